@@ -1,0 +1,11 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace marrow::cli {
+
+// Each returns the process exit code.
+int RunInspect(const std::vector<std::string>& args);
+
+}  // namespace marrow::cli

@@ -1,0 +1,32 @@
+// marrow-cli: the command-line front end over the store reader.
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "cli/commands.h"
+
+namespace {
+
+void Usage() {
+  std::fprintf(stderr,
+               "usage: marrow-cli inspect FILE [--json]\n"
+               "\n"
+               "  inspect   the store's form, its block encoding and the folders of its node index\n");
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::vector<std::string> args(argv + 1, argv + argc);
+  if (args.empty() || args[0] == "-h" || args[0] == "--help") {
+    Usage();
+    return args.empty() ? 2 : 0;
+  }
+  const std::string command = args[0];
+  args.erase(args.begin());
+  if (command == "inspect") return marrow::cli::RunInspect(args);
+  std::fprintf(stderr, "marrow-cli: unknown command \"%s\"\n", command.c_str());
+  Usage();
+  return 2;
+}

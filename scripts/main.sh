@@ -1,0 +1,8 @@
+#!/usr/bin/env bash
+# The main job: build, then run it on the bundled sample store.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+bash scripts/setup.sh
+cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+cmake --build build
+./build/cli/marrow-cli inspect samples/aspose_SampleOstFile.ost

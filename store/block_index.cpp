@@ -1,0 +1,70 @@
+// Look-ups in the block index.
+#include "store/page_rows.h"
+#include "store/store_reader.h"
+
+namespace marrow {
+
+bool StoreReader::FindBlock(std::uint64_t rootOffset, std::uint64_t blockId,
+                            std::uint64_t& fileOffset, std::uint64_t& size, VisitedSet& visited) {
+  if (!deepMode) {
+    try {
+      return FindBlockInIndex(rootOffset, blockId, fileOffset, size, visited);
+    } catch (...) {
+      return false;
+    }
+  }
+  // Once the scan has run, a block the index cannot reach may still be in
+  // the scan's lists.
+  deepMode = false;
+  bool found = false;
+  try {
+    found = FindBlockInIndex(rootOffset, blockId, fileOffset, size, visited);
+  } catch (...) {
+  }
+  deepMode = true;
+  if (found) return true;
+  return scan_ != nullptr && scan_->ScanFindBlock(blockId, fileOffset, size);
+}
+
+bool StoreReader::FindBlockInIndex(std::uint64_t rootOffset, std::uint64_t blockId,
+                                   std::uint64_t& fileOffset, std::uint64_t& size,
+                                   VisitedSet& visited) {
+  const std::uint64_t fileSize = FileSize();
+  if (rootOffset >= fileSize) return false;
+  std::vector<std::uint64_t> pending;
+  std::vector<std::uint8_t> page;
+  std::vector<std::uint64_t> scratchKeys, scratchOffsets;
+
+  // One page: true when its leaf holds the block. A branch page adds the
+  // one child that can hold the key; there is no probing of siblings.
+  auto step = [&](std::uint64_t offset) {
+    if (!visited.insert(offset).second) return false;
+    if (offset >= fileSize) return false;
+    ReadPage(offset, page);
+    PageFields f;
+    if (ReadU8(page, Layout().typeOffset) != kPageTypeBlockIndex) return false;
+    if (!CheckPage(page, true, f)) return false;
+    if (f.level == 0) {
+      for (unsigned i = 0; i < f.count; ++i) {
+        BlockEntry e = ReadBlockEntry(RowAt(page, i, f.size), isAnsi_ != 0);
+        if (e.blockId == blockId) {  // the first equal row wins
+          fileOffset = e.fileOffset;
+          size = e.size;
+          return true;
+        }
+      }
+      return false;
+    }
+    std::uint64_t child = DescendBranch(page, f.count, f.size, blockId, 1, scratchOffsets, scratchKeys);
+    if (child != 0) pending.push_back(child);
+    return false;
+  };
+
+  if (step(rootOffset)) return true;
+  for (std::size_t i = 0; i < pending.size(); ++i) {
+    if (step(pending[i])) return true;
+  }
+  return false;
+}
+
+}  // namespace marrow

@@ -1,0 +1,40 @@
+#include "store/byte_sink.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace marrow {
+
+bool MemorySink::Append(Bytes data) {
+  if (limit_ != 0 && data.size() > limit_ - data_.size()) {
+    data_.insert(data_.end(), data.begin(), data.begin() + (limit_ - data_.size()));
+    return false;
+  }
+  data_.insert(data_.end(), data.begin(), data.end());
+  return limit_ == 0 || data_.size() < limit_;
+}
+
+FileSink::FileSink(const std::string& path) {
+  fd_ = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+}
+
+FileSink::~FileSink() {
+  if (fd_ >= 0) ::close(fd_);
+}
+
+bool FileSink::Append(Bytes data) {
+  if (fd_ < 0) return false;
+  std::size_t done = 0;
+  while (done < data.size()) {
+    ssize_t n = ::write(fd_, data.data() + done, data.size() - done);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return false;
+    done += static_cast<std::size_t>(n);
+  }
+  written_ += done;
+  return true;
+}
+
+}  // namespace marrow

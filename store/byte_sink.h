@@ -1,0 +1,49 @@
+// Where block data is written: a growing buffer in memory or a file.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "store/byte_order.h"
+
+namespace marrow {
+
+class ByteSink {
+ public:
+  virtual ~ByteSink() = default;
+  // Appends at the end. Returns false when the sink wants no more data
+  // (a size limit was reached or the write failed); readers then stop.
+  virtual bool Append(Bytes data) = 0;
+};
+
+class MemorySink final : public ByteSink {
+ public:
+  // `limit` bounds what the sink keeps; 0 means no bound.
+  explicit MemorySink(std::size_t limit = 0) : limit_(limit) {}
+  bool Append(Bytes data) override;
+  const std::vector<std::uint8_t>& Data() const { return data_; }
+
+ private:
+  std::vector<std::uint8_t> data_;
+  std::size_t limit_;
+};
+
+// Appends to a file opened (created or truncated) by the sink; closes it on destruction.
+class FileSink final : public ByteSink {
+ public:
+  explicit FileSink(const std::string& path);
+  ~FileSink() override;
+  FileSink(const FileSink&) = delete;
+  FileSink& operator=(const FileSink&) = delete;
+
+  bool IsOpen() const { return fd_ >= 0; }
+  bool Append(Bytes data) override;
+  std::uint64_t Written() const { return written_; }
+
+ private:
+  int fd_ = -1;
+  std::uint64_t written_ = 0;
+};
+
+}  // namespace marrow

@@ -1,0 +1,145 @@
+// Walks of the node index: all folder rows, one node by key, the messages of a folder.
+#include <unordered_set>
+
+#include "store/page_rows.h"
+#include "store/store_reader.h"
+
+namespace marrow {
+
+void StoreReader::WalkNodePage(std::uint64_t offset, std::deque<std::uint64_t>& pending) {
+  if (Cancelled() || offset >= FileSize()) return;
+  std::vector<std::uint8_t> page;
+  ReadPage(offset, page);
+  if (ReadU8(page, Layout().typeOffset) != kPageTypeNodeIndex) return;
+  PageFields f;
+  if (!CheckPage(page, false, f)) return;
+
+  if (f.level == 0) {
+    if (deepMode) {
+      if (scan_ != nullptr) scan_->ExtractNodeRows(page);
+      return;
+    }
+    const unsigned count = f.count > 254 ? 255 : f.count;
+    for (unsigned i = 0; i < count; ++i) {
+      NodeEntry e = ReadNodeEntry(RowAt(page, i, f.size), isAnsi_ != 0);
+      if ((e.nodeId & kNodeTypeMask) == kNodeTypeFolder) {
+        folderRows.push_back({e.nodeId, e.dataBlock, e.subnodeBlock, e.parent});
+      }
+    }
+    return;
+  }
+
+  std::vector<std::uint64_t> keys, offsets;
+  CollectBranchRows(page, f.count, f.size, keys, offsets);
+  for (std::uint64_t child : offsets) {
+    if (Cancelled()) break;
+    pending.push_back(child);
+  }
+}
+
+void StoreReader::BuildFolderRows() {
+  Sink().SetStatusLine("Please wait...");
+  // Breadth first: pages are taken from the head while their children join
+  // at the tail. The bar therefore measures against a growing list.
+  std::deque<std::uint64_t> pending;
+  std::unordered_set<std::uint64_t> done;
+  WalkNodePage(nodeRootOffset, pending);
+  for (std::size_t taken = 0; taken < pending.size(); ++taken) {
+    if (Cancelled()) break;
+    if (taken > 0) Sink().SetProgress(static_cast<int>(100 * taken / pending.size()));
+    const std::uint64_t offset = pending[taken];
+    if (!done.insert(offset).second) continue;
+    WalkNodePage(offset, pending);
+  }
+}
+
+std::int64_t StoreReader::FindNodeRow(std::uint64_t pageOffset, std::uint64_t nodeId,
+                                      std::uint64_t& dataBlock, std::uint64_t& subnodeBlock,
+                                      VisitedSet& visited) {
+  std::vector<std::uint8_t> page;
+  std::vector<std::uint64_t> scratchKeys, scratchOffsets;
+  std::uint64_t offset = pageOffset;
+  try {
+    for (;;) {
+      if (stopListing) return 0;
+      if (!visited.insert(offset).second) return 0;
+      if (Cancelled() || offset >= FileSize()) return 0;
+      ReadPage(offset, page);
+      if (ReadU8(page, Layout().typeOffset) != kPageTypeNodeIndex) return 0;
+      PageFields f;
+      if (!CheckPage(page, false, f)) return 0;
+      if (f.level == 0) {
+        // The whole leaf is read, so the last equal row wins.
+        std::int64_t found = 0;
+        for (unsigned i = 0; i < f.count; ++i) {
+          if (stopListing || Cancelled()) break;
+          NodeEntry e = ReadNodeEntry(RowAt(page, i, f.size), isAnsi_ != 0);
+          if (e.nodeId == nodeId) {
+            dataBlock = e.dataBlock;
+            subnodeBlock = e.subnodeBlock;
+            found = 1;
+          }
+        }
+        return found;
+      }
+      offset = DescendBranch(page, f.count, f.size, nodeId, 1, scratchOffsets, scratchKeys);
+      if (offset == 0) return 0;
+    }
+  } catch (...) {
+    return 0;
+  }
+}
+
+void StoreReader::ListNodeChildren(std::uint64_t pageOffset, std::uint64_t folderNodeId,
+                                   VisitedSet& visited, const ItemHandler& handler) {
+  // The parent is not the index's key, so a listing reads every page of the
+  // node index, depth first, children in row order. An explicit stack keeps
+  // a deep or looping damaged tree from exhausting the call stack.
+  std::vector<std::uint8_t> page;
+  auto visit = [&](std::uint64_t offset, std::vector<std::uint64_t>& children) {
+    if (stopListing) return;
+    if (!visited.insert(offset).second) return;
+    if (Cancelled() || offset >= FileSize()) return;
+    ReadPage(offset, page);
+    if (ReadU8(page, Layout().typeOffset) != kPageTypeNodeIndex) return;
+    PageFields f;
+    if (!CheckPage(page, false, f)) return;
+    if (f.level == 0) {
+      for (unsigned i = 0; i < f.count; ++i) {
+        if (stopListing || Cancelled()) break;
+        NodeEntry e = ReadNodeEntry(RowAt(page, i, f.size), isAnsi_ != 0);
+        if (e.parent != folderNodeId || (e.nodeId & kNodeTypeMask) != kNodeTypeMessage) continue;
+        if (deepMode) shownBlocks.push_back(e.dataBlock);
+        if (handler) handler(e.dataBlock, e.nodeId, e.subnodeBlock);
+      }
+      return;
+    }
+    std::vector<std::uint64_t> keys;
+    DescendBranch(page, f.count, f.size, 0, 0, children, keys);
+  };
+
+  struct Frame {
+    std::vector<std::uint64_t> children;
+    std::size_t next = 0;
+  };
+  std::vector<Frame> stack;
+  stack.push_back({{pageOffset}, 0});
+  while (!stack.empty()) {
+    Frame& top = stack.back();
+    if (top.next >= top.children.size()) {
+      stack.pop_back();
+      continue;
+    }
+    const std::uint64_t offset = top.children[top.next++];
+    std::vector<std::uint64_t> children;
+    try {
+      visit(offset, children);
+    } catch (...) {
+      // A fault in one subtree drops it; the walk goes on with the next sibling.
+      continue;
+    }
+    if (!children.empty()) stack.push_back({std::move(children), 0});
+  }
+}
+
+}  // namespace marrow

@@ -1,0 +1,45 @@
+#include "store/store_inspection.h"
+
+namespace marrow {
+
+std::uint64_t StoreInspection::TotalMessages() const {
+  std::uint64_t total = 0;
+  for (const FolderSummary& f : folders) total += f.messages;
+  return total;
+}
+
+StoreInspection InspectStore(StoreReader& reader) {
+  reader.folderRows.clear();
+  reader.BuildFolderRows();
+
+  StoreInspection s;
+  for (const FolderRow& row : reader.folderRows) {
+    if (reader.Cancelled()) break;
+    VisitedSet visited;
+    std::uint64_t offset = 0, size = 0;
+    if (reader.FindBlock(reader.blockRootOffset, row.dataBlock, offset, size, visited) &&
+        size <= kMaxBlockSize && offset < reader.FileSize()) {
+      std::vector<std::uint8_t> block = reader.ReadAt(offset, size);
+      reader.NormalizeBlock(block, row.dataBlock, nullptr);
+    }
+    FolderSummary f{row, 0};
+    VisitedSet pages;
+    reader.ListNodeChildren(reader.nodeRootOffset, row.nodeId, pages,
+                            [&f](std::uint64_t, std::uint64_t, std::uint64_t) { ++f.messages; });
+    s.folders.push_back(f);
+  }
+  s.fileSize = reader.FileSize();
+  s.versionWord = reader.versionWord;
+  s.cryptByte = reader.cryptByte;
+  s.isAnsi = reader.IsAnsi() != 0;
+  s.isLargePage = reader.IsLargePage();
+  s.cryptMethod = reader.CryptMethod();
+  s.noneVotes = reader.noneVotes;
+  s.permuteVotes = reader.permuteVotes;
+  s.cyclicVotes = reader.cyclicVotes;
+  s.nodeRootOffset = reader.nodeRootOffset;
+  s.blockRootOffset = reader.blockRootOffset;
+  return s;
+}
+
+}  // namespace marrow

@@ -1,0 +1,36 @@
+// A summary of an opened store: its form, the encoding vote and the folders
+// its node index knows, each with the number of messages it holds.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "store/store_reader.h"
+
+namespace marrow {
+
+struct FolderSummary {
+  FolderRow row;
+  std::uint64_t messages = 0;
+};
+
+struct StoreInspection {
+  std::uint64_t fileSize = 0;
+  std::uint16_t versionWord = 0;
+  std::uint8_t cryptByte = 0;
+  bool isAnsi = false;
+  bool isLargePage = false;
+  int cryptMethod = 0;
+  std::int64_t noneVotes = 0, permuteVotes = 0, cyclicVotes = 0;
+  std::uint64_t nodeRootOffset = 0, blockRootOffset = 0;
+  std::vector<FolderSummary> folders;
+
+  std::uint64_t TotalMessages() const;
+};
+
+// Reads the folder rows, normalises each folder's data block as the folder
+// tree rebuild does (so that the encoding vote has run), and counts each
+// folder's messages with a listing of the node index.
+StoreInspection InspectStore(StoreReader& reader);
+
+}  // namespace marrow

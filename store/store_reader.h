@@ -1,0 +1,177 @@
+// One open store file: its form, its two indexes and its blocks.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <string>
+#include <unordered_set>
+#include <vector>
+
+#include "store/byte_order.h"
+#include "store/byte_sink.h"
+#include "store/byte_source.h"
+#include "store/page_layout.h"
+#include "store/progress_sink.h"
+#include "store/scan_index.h"
+
+namespace marrow {
+
+struct DataTreeWalk;
+
+// A folder node as the node index lists it.
+struct FolderRow {
+  std::uint64_t nodeId;
+  std::uint64_t dataBlock;
+  std::uint64_t subnodeBlock;
+  std::uint64_t parent;
+};
+
+// One row of a node's subnode list.
+struct SubnodeRow {
+  std::uint64_t nodeId;
+  std::uint64_t dataBlock;
+  std::uint64_t subnodeBlock;
+};
+using SubnodeLists = std::vector<SubnodeRow>;
+
+// Where each joined child of a multi-block heap starts in the joined buffer.
+struct HeapSegment {
+  std::uint64_t start;
+  std::uint64_t length;
+};
+
+// Page offsets already read by one look-up: the guard against cycles.
+using VisitedSet = std::unordered_set<std::uint64_t>;
+
+// Receives each message node of a folder listing.
+using ItemHandler =
+    std::function<void(std::uint64_t dataBlock, std::uint64_t nodeId, std::uint64_t subnodeBlock)>;
+
+// Form of a store as its version word tells it.
+struct StoreForm {
+  int isAnsi;
+  bool isLargePage;
+};
+StoreForm FormForVersion(std::uint16_t versionWord);
+
+// Size limits of block reading.
+constexpr std::uint64_t kMaxBlockSize = 0x10000;
+constexpr std::size_t kMaxInflatedBlock = 0x20000;
+// Nested index blocks in real stores go two levels deep; this bounds what a
+// damaged or hostile file can make the readers recurse through.
+constexpr int kMaxBlockTreeDepth = 8;
+// The most bytes an index-block join may gather. A join larger than a block
+// is only ever used through its first bytes, so nothing real is lost.
+constexpr std::size_t kMaxJoinSize = 0x100000;
+
+class StoreReader {
+ public:
+  explicit StoreReader(std::string tempFolder = {});
+  virtual ~StoreReader();
+  StoreReader(const StoreReader&) = delete;
+  StoreReader& operator=(const StoreReader&) = delete;
+
+  // --- The file and its header -------------------------------------------
+  // Opens with exclusive access. Fails only when the file cannot be opened;
+  // a header that lies is not refused.
+  bool OpenStore(const std::string& path);
+  // The same over any byte source (tests and fuzzing feed memory).
+  bool OpenSource(std::unique_ptr<ByteSource> source, const std::string& path = {});
+  bool IsOpen() const { return file_ != nullptr; }
+  std::uint64_t FileSize() const { return file_ ? file_->Size() : 0; }
+
+  int IsAnsi() const { return isAnsi_; }
+  void SetAnsi(int isAnsi) { isAnsi_ = isAnsi; }
+  bool IsLargePage() const { return isLargePage_; }
+  void SetLargePage(bool isLargePage) { isLargePage_ = isLargePage; }
+  int CryptMethod() const { return cryptMethod_; }
+  // The vote: the method with strictly the most votes wins; a tie takes `fallback`.
+  void UpdateCryptMethod(int fallback);
+  const std::string& LastError() const { return lastError; }
+
+  void SetProgressSink(ProgressSink* sink) { sink_ = sink ? sink : &nullSink_; }
+  ProgressSink& Sink() { return *sink_; }
+  bool Cancelled() { return sink_->IsCancelled(); }
+  void SetScanIndex(ScanIndex* scan) { scan_ = scan; }
+
+  // --- Index pages --------------------------------------------------------
+  bool CheckPage(Bytes page, bool force, PageFields& fields);
+  void WalkNodePage(std::uint64_t pageOffset, std::deque<std::uint64_t>& pending);
+  void BuildFolderRows();
+  bool FindBlock(std::uint64_t rootOffset, std::uint64_t blockId, std::uint64_t& fileOffset,
+                 std::uint64_t& size, VisitedSet& visited);
+  // Returns 1 and the node's blocks when a leaf row with `nodeId` was found
+  // (the last equal row of that leaf wins), else 0.
+  std::int64_t FindNodeRow(std::uint64_t pageOffset, std::uint64_t nodeId, std::uint64_t& dataBlock,
+                           std::uint64_t& subnodeBlock, VisitedSet& visited);
+  void ListNodeChildren(std::uint64_t pageOffset, std::uint64_t folderNodeId, VisitedSet& visited,
+                        const ItemHandler& handler);
+  void CollectBranchRows(Bytes page, unsigned count, unsigned size, std::vector<std::uint64_t>& keys,
+                         std::vector<std::uint64_t>& offsets);
+  std::uint64_t DescendBranch(Bytes page, unsigned count, unsigned size, std::uint64_t key, int flag,
+                              std::vector<std::uint64_t>& offsets, std::vector<std::uint64_t>& keys);
+
+  // --- Blocks -------------------------------------------------------------
+  void ReadBlockInto(std::uint64_t blockId, ByteSink& out);
+  void ReadDataTreeInto(std::uint64_t blockId, ByteSink& out);
+  void ReadSubnodeList(std::uint64_t subnodeBlockId, SubnodeLists& lists);
+  void ReadSubnodeInto(std::uint64_t nodeId, const SubnodeLists& lists, ByteSink& out,
+                       std::uint64_t& childSubnode);
+  // Makes one block buffer plain and whole, in place, and votes on its encoding.
+  void NormalizeBlock(std::vector<std::uint8_t>& buffer, std::uint64_t key,
+                      std::vector<HeapSegment>* segments);
+
+  // Reads `size` bytes at `offset` into a zeroed buffer (short at the end of the file).
+  std::vector<std::uint8_t> ReadAt(std::uint64_t offset, std::size_t size);
+
+  // --- State, as plain fields -------------------------------------------
+  std::int64_t noneVotes = 0;
+  std::int64_t permuteVotes = 0;
+  std::int64_t cyclicVotes = 0;
+  std::uint32_t saveDeletedMode = 0;
+  bool retryPass = false;
+  bool stopListing = false;
+  std::uint16_t pageEntryCount = 0, pageEntryMax = 0;
+  std::uint8_t pageEntrySize = 0, pageLevel = 0;
+  bool snapshotMode = false;
+  std::vector<FolderRow> folderRows;
+  bool rawMode = false;
+  std::string tempFolder;
+  std::string lastError;
+  std::uint64_t blockRootOffset = 0;
+  std::uint64_t nodeRootOffset = 0;
+  std::string sourcePath;
+  bool deepMode = false;
+  // Data blocks of messages already handed on by a deep folder listing.
+  std::vector<std::uint64_t> shownBlocks;
+  // Header values kept for display.
+  std::uint16_t versionWord = 0;
+  std::uint8_t cryptByte = 0;
+
+ private:
+  const PageLayout& Layout() const { return LayoutFor(isAnsi_ != 0, isLargePage_); }
+  // Reads one page at `offset` into `page` (zero-filled past the end of the file).
+  void ReadPage(std::uint64_t offset, std::vector<std::uint8_t>& page);
+  bool FindBlockInIndex(std::uint64_t rootOffset, std::uint64_t blockId, std::uint64_t& fileOffset,
+                        std::uint64_t& size, VisitedSet& visited);
+  void ReadDataTreeAt(std::uint64_t blockId, ByteSink& out, int depth, DataTreeWalk& walk);
+  void WalkIndexBlockChildren(Bytes block, ByteSink& out, int depth, DataTreeWalk& walk);
+  void NormalizeAt(std::vector<std::uint8_t>& buffer, std::uint64_t key,
+                   std::vector<HeapSegment>* segments, int depth);
+  void JoinIndexBlock(std::vector<std::uint8_t>& buffer, std::uint64_t key,
+                      std::vector<HeapSegment>* segments, int depth);
+  // Reads, decodes and inflates one block as the streaming readers do.
+  bool ReadOneBlock(std::uint64_t id, std::vector<std::uint8_t>& data, bool anyInflatedLength);
+
+  int isAnsi_ = 1;
+  bool isLargePage_ = false;
+  int cryptMethod_ = 0;
+  std::unique_ptr<ByteSource> file_;
+  ProgressSink nullSink_;
+  ProgressSink* sink_ = &nullSink_;
+  ScanIndex* scan_ = nullptr;
+};
+
+}  // namespace marrow
