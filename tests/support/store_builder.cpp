@@ -1,0 +1,143 @@
+#include "tests/support/store_builder.h"
+
+namespace marrow::test {
+
+StoreBuilder::StoreBuilder(Form form, std::size_t fileSize) : form_(form), bytes_(fileSize, 0) {
+  bytes_[0] = '!';
+  bytes_[1] = 'B';
+  bytes_[2] = 'D';
+  bytes_[3] = 'N';
+  VersionWord(form == Form::Ansi512 ? 0x0E : form == Form::Unicode512 ? 0x17 : 0x24);
+}
+
+std::size_t StoreBuilder::PageSize() const { return form_ == Form::Unicode4096 ? 4096 : 512; }
+
+void StoreBuilder::Ensure(std::uint64_t end) {
+  if (end > bytes_.size()) bytes_.resize(end, 0);
+}
+
+void StoreBuilder::PutLE(std::uint64_t at, std::uint64_t v, int width) {
+  Ensure(at + width);
+  for (int i = 0; i < width; ++i) bytes_[at + i] = static_cast<std::uint8_t>(v >> (8 * i));
+}
+
+void StoreBuilder::Put(std::uint64_t at, const std::vector<std::uint8_t>& data) {
+  Ensure(at + data.size());
+  std::copy(data.begin(), data.end(), bytes_.begin() + at);
+}
+
+void StoreBuilder::VersionWord(std::uint16_t version) { PutLE(0x0A, version, 2); }
+
+void StoreBuilder::CryptByte(std::uint8_t method) { PutLE(Ansi() ? 0x1CD : 0x201, method, 1); }
+
+void StoreBuilder::Roots(std::uint64_t nodeRoot, std::uint64_t blockRoot) {
+  if (Ansi()) {
+    PutLE(0xBC, nodeRoot, 4);
+    PutLE(0xC4, blockRoot, 4);
+  } else {
+    PutLE(0xE0, nodeRoot, 8);
+    PutLE(0xF0, blockRoot, 8);
+  }
+}
+
+void StoreBuilder::WriteTrailer(std::uint64_t at, unsigned count, unsigned max, unsigned size,
+                                unsigned level, unsigned type, const Trailer& t) {
+  count = t.count >= 0 ? t.count : count;
+  max = t.max >= 0 ? t.max : max;
+  size = t.size >= 0 ? t.size : size;
+  level = t.level >= 0 ? t.level : level;
+  type = t.type >= 0 ? t.type : type;
+  switch (form_) {
+    case Form::Ansi512:
+      PutLE(at + 0x1F0, count, 1);
+      PutLE(at + 0x1F1, max, 1);
+      PutLE(at + 0x1F2, size, 1);
+      PutLE(at + 0x1F3, level, 1);
+      PutLE(at + 0x1F4, type, 1);
+      PutLE(at + 0x1F5, type, 1);
+      break;
+    case Form::Unicode512:
+      PutLE(at + 0x1E8, count, 1);
+      PutLE(at + 0x1E9, max, 1);
+      PutLE(at + 0x1EA, size, 1);
+      PutLE(at + 0x1EB, level, 1);
+      PutLE(at + 0x1F0, type, 1);
+      PutLE(at + 0x1F1, type, 1);
+      break;
+    case Form::Unicode4096:
+      PutLE(at + 0xFD8, count, 2);
+      PutLE(at + 0xFDA, max, 2);
+      PutLE(at + 0xFDC, size, 1);
+      PutLE(at + 0xFDD, level, 1);
+      PutLE(at + 0xFE8, type, 1);
+      PutLE(at + 0xFE9, type, 1);
+      break;
+  }
+}
+
+void StoreBuilder::NodeLeaf(std::uint64_t at, const std::vector<NodeRow>& rows, Trailer t) {
+  Ensure(at + PageSize());
+  const unsigned size = Ansi() ? 16 : 32;
+  for (std::size_t i = 0; i < rows.size(); ++i) {
+    const std::uint64_t r = at + i * size;
+    const NodeRow& n = rows[i];
+    if (Ansi()) {
+      PutLE(r, n.nodeId, 4);
+      PutLE(r + 4, n.dataBlock, 4);
+      PutLE(r + 8, n.subnodeBlock, 4);
+      PutLE(r + 12, n.parent, 4);
+    } else {
+      PutLE(r, n.nodeId, 4);
+      PutLE(r + 8, n.dataBlock, 8);
+      PutLE(r + 16, n.subnodeBlock, 8);
+      PutLE(r + 24, n.parent, 4);
+    }
+  }
+  const unsigned max = form_ == Form::Ansi512 ? 31 : form_ == Form::Unicode512 ? 15 : 126;
+  WriteTrailer(at, static_cast<unsigned>(rows.size()), max, size, 0, 0x81, t);
+}
+
+void StoreBuilder::BlockLeaf(std::uint64_t at, const std::vector<BlockRow>& rows, Trailer t) {
+  Ensure(at + PageSize());
+  const unsigned size = Ansi() ? 12 : 24;
+  for (std::size_t i = 0; i < rows.size(); ++i) {
+    const std::uint64_t r = at + i * size;
+    if (Ansi()) {
+      PutLE(r, rows[i].blockId, 4);
+      PutLE(r + 4, rows[i].offset, 4);
+      PutLE(r + 8, rows[i].size, 2);
+      PutLE(r + 10, 1, 2);
+    } else {
+      PutLE(r, rows[i].blockId, 8);
+      PutLE(r + 8, rows[i].offset, 8);
+      PutLE(r + 16, rows[i].size, 2);
+      PutLE(r + 18, 1, 2);
+    }
+  }
+  const unsigned max = form_ == Form::Ansi512 ? 41 : form_ == Form::Unicode512 ? 20 : 169;
+  WriteTrailer(at, static_cast<unsigned>(rows.size()), max, size, 0, 0x80, t);
+}
+
+void StoreBuilder::Branch(std::uint64_t at, bool nodeIndex, std::uint8_t level,
+                          const std::vector<BranchRow>& rows, Trailer t) {
+  Ensure(at + PageSize());
+  const unsigned size = Ansi() ? 12 : 24;
+  for (std::size_t i = 0; i < rows.size(); ++i) {
+    const std::uint64_t r = at + i * size;
+    if (Ansi()) {
+      PutLE(r, rows[i].key, 4);
+      PutLE(r + 4, 0x1000 + i, 4);
+      PutLE(r + 8, rows[i].childOffset, 4);
+    } else {
+      PutLE(r, rows[i].key, 8);
+      PutLE(r + 8, 0x1000 + i, 8);
+      PutLE(r + 16, rows[i].childOffset, 8);
+    }
+  }
+  const unsigned max = form_ == Form::Ansi512 ? 41 : form_ == Form::Unicode512 ? 20 : 169;
+  WriteTrailer(at, static_cast<unsigned>(rows.size()), max, size, level, nodeIndex ? 0x81 : 0x80, t);
+}
+
+std::unique_ptr<MemorySource> StoreBuilder::Source() const { return std::make_unique<MemorySource>(bytes_); }
+
+}  // namespace marrow::test

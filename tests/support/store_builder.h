@@ -1,0 +1,68 @@
+// Builds small synthetic stores in memory, page by page, for the reader's tests
+// and the fuzzer's seeds.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "store/byte_source.h"
+
+namespace marrow::test {
+
+enum class Form { Ansi512, Unicode512, Unicode4096 };
+
+struct NodeRow {
+  std::uint32_t nodeId;
+  std::uint64_t dataBlock;
+  std::uint64_t subnodeBlock;
+  std::uint32_t parent;
+};
+
+struct BlockRow {
+  std::uint64_t blockId;
+  std::uint64_t offset;
+  std::uint16_t size;
+};
+
+struct BranchRow {
+  std::uint64_t key;
+  std::uint64_t childOffset;
+};
+
+// Trailer values of a page, overridden to make broken pages; -1 keeps the right one.
+struct Trailer {
+  int count = -1, max = -1, size = -1, level = -1, type = -1;
+};
+
+class StoreBuilder {
+ public:
+  explicit StoreBuilder(Form form, std::size_t fileSize = 0x10000);
+
+  std::size_t PageSize() const;
+  bool Ansi() const { return form_ == Form::Ansi512; }
+
+  void NodeLeaf(std::uint64_t at, const std::vector<NodeRow>& rows, Trailer t = {});
+  void BlockLeaf(std::uint64_t at, const std::vector<BlockRow>& rows, Trailer t = {});
+  // A branch page of the node index (nodeIndex) or the block index.
+  void Branch(std::uint64_t at, bool nodeIndex, std::uint8_t level, const std::vector<BranchRow>& rows,
+              Trailer t = {});
+  void Put(std::uint64_t at, const std::vector<std::uint8_t>& data);
+  void Roots(std::uint64_t nodeRoot, std::uint64_t blockRoot);
+  void CryptByte(std::uint8_t method);
+  void VersionWord(std::uint16_t version);
+
+  const std::vector<std::uint8_t>& Bytes() const { return bytes_; }
+  std::unique_ptr<MemorySource> Source() const;
+
+ private:
+  void Ensure(std::uint64_t end);
+  void PutLE(std::uint64_t at, std::uint64_t v, int width);
+  void WriteTrailer(std::uint64_t at, unsigned count, unsigned max, unsigned size, unsigned level,
+                    unsigned type, const Trailer& t);
+
+  Form form_;
+  std::vector<std::uint8_t> bytes_;
+};
+
+}  // namespace marrow::test
