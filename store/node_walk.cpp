@@ -92,11 +92,20 @@ std::int64_t StoreReader::FindNodeRow(std::uint64_t pageOffset, std::uint64_t no
 
 void StoreReader::ListNodeChildren(std::uint64_t pageOffset, std::uint64_t folderNodeId,
                                    VisitedSet& visited, const ItemHandler& handler) {
-  // The parent is not the index's key, so a listing reads every page of the
-  // node index, depth first, children in row order. An explicit stack keeps
-  // a deep or looping damaged tree from exhausting the call stack.
+  // The parent is not the index's key, so a listing reads every page of the node index.
+  ForEachNodeEntry(pageOffset, visited, [&](const NodeEntry& e) {
+    if (e.parent != folderNodeId || (e.nodeId & kNodeTypeMask) != kNodeTypeMessage) return;
+    if (deepMode) shownBlocks.push_back(e.dataBlock);
+    if (handler) handler(e.dataBlock, e.nodeId, e.subnodeBlock);
+  });
+}
+
+void StoreReader::ForEachNodeEntry(std::uint64_t pageOffset, VisitedSet& visited,
+                                   const std::function<void(const NodeEntry&)>& visit) {
+  // Depth first, children in row order. An explicit stack keeps a deep or
+  // looping damaged tree from exhausting the call stack.
   std::vector<std::uint8_t> page;
-  auto visit = [&](std::uint64_t offset, std::vector<std::uint64_t>& children) {
+  auto step = [&](std::uint64_t offset, std::vector<std::uint64_t>& children) {
     if (stopListing) return;
     if (!visited.insert(offset).second) return;
     if (Cancelled() || offset >= FileSize()) return;
@@ -107,10 +116,7 @@ void StoreReader::ListNodeChildren(std::uint64_t pageOffset, std::uint64_t folde
     if (f.level == 0) {
       for (unsigned i = 0; i < f.count; ++i) {
         if (stopListing || Cancelled()) break;
-        NodeEntry e = ReadNodeEntry(RowAt(page, i, f.size), isAnsi_ != 0);
-        if (e.parent != folderNodeId || (e.nodeId & kNodeTypeMask) != kNodeTypeMessage) continue;
-        if (deepMode) shownBlocks.push_back(e.dataBlock);
-        if (handler) handler(e.dataBlock, e.nodeId, e.subnodeBlock);
+        visit(ReadNodeEntry(RowAt(page, i, f.size), isAnsi_ != 0));
       }
       return;
     }
@@ -133,7 +139,7 @@ void StoreReader::ListNodeChildren(std::uint64_t pageOffset, std::uint64_t folde
     const std::uint64_t offset = top.children[top.next++];
     std::vector<std::uint64_t> children;
     try {
-      visit(offset, children);
+      step(offset, children);
     } catch (...) {
       // A fault in one subtree drops it; the walk goes on with the next sibling.
       continue;

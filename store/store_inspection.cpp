@@ -1,5 +1,7 @@
 #include "store/store_inspection.h"
 
+#include <unordered_map>
+
 namespace marrow {
 
 std::uint64_t StoreInspection::TotalMessages() const {
@@ -12,6 +14,14 @@ StoreInspection InspectStore(StoreReader& reader) {
   reader.folderRows.clear();
   reader.BuildFolderRows();
 
+  // One walk of the node index counts the messages of every folder; the
+  // counts are those a listing of each folder would give.
+  std::unordered_map<std::uint64_t, std::uint64_t> messagesByParent;
+  VisitedSet pages;
+  reader.ForEachNodeEntry(reader.nodeRootOffset, pages, [&](const NodeEntry& e) {
+    if ((e.nodeId & kNodeTypeMask) == kNodeTypeMessage) ++messagesByParent[e.parent];
+  });
+
   StoreInspection s;
   for (const FolderRow& row : reader.folderRows) {
     if (reader.Cancelled()) break;
@@ -22,11 +32,8 @@ StoreInspection InspectStore(StoreReader& reader) {
       std::vector<std::uint8_t> block = reader.ReadAt(offset, size);
       reader.NormalizeBlock(block, row.dataBlock, nullptr);
     }
-    FolderSummary f{row, 0};
-    VisitedSet pages;
-    reader.ListNodeChildren(reader.nodeRootOffset, row.nodeId, pages,
-                            [&f](std::uint64_t, std::uint64_t, std::uint64_t) { ++f.messages; });
-    s.folders.push_back(f);
+    auto count = messagesByParent.find(row.nodeId);
+    s.folders.push_back({row, count == messagesByParent.end() ? 0 : count->second});
   }
   s.fileSize = reader.FileSize();
   s.versionWord = reader.versionWord;

@@ -108,6 +108,10 @@ class StoreReader {
                            std::uint64_t& subnodeBlock, VisitedSet& visited);
   void ListNodeChildren(std::uint64_t pageOffset, std::uint64_t folderNodeId, VisitedSet& visited,
                         const ItemHandler& handler);
+  // Every leaf row of the node index below `pageOffset`, in the order a
+  // folder listing meets them.
+  void ForEachNodeEntry(std::uint64_t pageOffset, VisitedSet& visited,
+                        const std::function<void(const NodeEntry&)>& visit);
   void CollectBranchRows(Bytes page, unsigned count, unsigned size, std::vector<std::uint64_t>& keys,
                          std::vector<std::uint64_t>& offsets);
   std::uint64_t DescendBranch(Bytes page, unsigned count, unsigned size, std::uint64_t key, int flag,

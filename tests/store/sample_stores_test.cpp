@@ -105,6 +105,13 @@ TEST(SampleStores, FolderRowsAndMessageCountsAgreeWithPffexport) {
       }
       EXPECT_EQ(ours[id], want) << "folder 0x" << std::hex << id;
     }
+    for (const FolderSummary& f : s.folders) {
+      std::uint64_t listed = 0;
+      VisitedSet visited;
+      reader->ListNodeChildren(reader->nodeRootOffset, f.row.nodeId, visited,
+                               [&](std::uint64_t, std::uint64_t, std::uint64_t) { ++listed; });
+      EXPECT_EQ(listed, f.messages) << "one-pass count differs from the listing of 0x" << std::hex << f.row.nodeId;
+    }
     std::set<std::uint64_t> ourIds;
     for (const auto& [id, count] : ours) ourIds.insert(id);
     EXPECT_EQ(ourIds, expectedIds);
