@@ -47,7 +47,9 @@ TEST(DamagedStores, CutShortGivesWhatIsLeft) {
       const StoreInspection part = Inspect(cut);
       EXPECT_LE(part.folders.size(), whole.folders.size()) << fraction;
       EXPECT_LE(part.TotalMessages(), whole.TotalMessages()) << fraction;
-      if (whole.nodeRootOffset >= cut.size()) EXPECT_TRUE(part.folders.empty()) << fraction;
+      if (whole.nodeRootOffset >= cut.size()) {
+        EXPECT_TRUE(part.folders.empty()) << fraction;
+      }
     }
   }
 }

@@ -44,10 +44,10 @@ class EveryForm : public ::testing::TestWithParam<Form> {
 
 INSTANTIATE_TEST_SUITE_P(Forms, EveryForm,
                          ::testing::Values(Form::Ansi512, Form::Unicode512, Form::Unicode4096),
-                         [](const auto& info) {
-                           return info.param == Form::Ansi512      ? std::string("Ansi512")
-                                  : info.param == Form::Unicode512 ? std::string("Unicode512")
-                                                                   : std::string("Unicode4096");
+                         [](const ::testing::TestParamInfo<Form>& p) {
+                           return p.param == Form::Ansi512      ? std::string("Ansi512")
+                                  : p.param == Form::Unicode512 ? std::string("Unicode512")
+                                                                : std::string("Unicode4096");
                          });
 
 TEST_P(EveryForm, TwoLevelNodeIndexGivesFoldersAndMessages) {

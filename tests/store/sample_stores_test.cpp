@@ -142,7 +142,9 @@ TEST(SampleStores, EveryIndexedBlockIsFoundAndEveryDataTreeIsWhole) {
         ++trees;
       }
     }
-    if (store.find("aspose_Outlook") != std::string::npos) EXPECT_GT(trees, 0u);
+    if (store.find("aspose_Outlook") != std::string::npos) {
+      EXPECT_GT(trees, 0u);
+    }
   }
 }
 
@@ -165,7 +167,9 @@ TEST(SampleStores, TheVoteOverEveryBlockFavoursTheHeaderMethod) {
     const std::int64_t votes[] = {reader->noneVotes, reader->permuteVotes, reader->cyclicVotes};
     const int header = reader->cryptByte;
     for (int m = 0; m < 3; ++m) {
-      if (m != header) EXPECT_GT(votes[header], 10 * votes[m]) << "method " << m;
+      if (m != header) {
+        EXPECT_GT(votes[header], 10 * votes[m]) << "method " << m;
+      }
     }
     EXPECT_EQ(reader->CryptMethod(), header);
   }
