@@ -29,6 +29,34 @@ bool StoreReader::FindBlock(std::uint64_t rootOffset, std::uint64_t blockId,
 bool StoreReader::FindBlockInIndex(std::uint64_t rootOffset, std::uint64_t blockId,
                                    std::uint64_t& fileOffset, std::uint64_t& size,
                                    VisitedSet& visited) {
+  if (rootOffset != memoRoot_ || isAnsi_ != memoAnsi_ || isLargePage_ != memoLarge_) {
+    blockMemo_.clear();
+    memoRoot_ = rootOffset;
+    memoAnsi_ = isAnsi_;
+    memoLarge_ = isLargePage_;
+  }
+  if (auto hit = blockMemo_.find(blockId); hit != blockMemo_.end()) {
+    if (hit->second.found) {
+      fileOffset = hit->second.offset;
+      size = hit->second.size;
+    }
+    return hit->second.found;
+  }
+  constexpr std::size_t kMemoLimit = 1 << 16;
+  if (blockMemo_.size() >= kMemoLimit) blockMemo_.clear();
+  std::uint64_t offset = 0, length = 0;
+  const bool found = SearchBlockIndex(rootOffset, blockId, offset, length, visited);
+  blockMemo_.emplace(blockId, BlockLocation{found, offset, length});
+  if (found) {
+    fileOffset = offset;
+    size = length;
+  }
+  return found;
+}
+
+bool StoreReader::SearchBlockIndex(std::uint64_t rootOffset, std::uint64_t blockId,
+                                   std::uint64_t& fileOffset, std::uint64_t& size,
+                                   VisitedSet& visited) {
   const std::uint64_t fileSize = FileSize();
   if (rootOffset >= fileSize) return false;
   std::vector<std::uint64_t> pending;
@@ -38,7 +66,7 @@ bool StoreReader::FindBlockInIndex(std::uint64_t rootOffset, std::uint64_t block
   // One page: true when its leaf holds the block. A branch page adds the
   // one child that can hold the key; there is no probing of siblings.
   auto step = [&](std::uint64_t offset) {
-    if (!visited.insert(offset).second) return false;
+    if (!visited.Add(offset)) return false;
     if (offset >= fileSize) return false;
     ReadPage(offset, page);
     PageFields f;

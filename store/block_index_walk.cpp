@@ -12,7 +12,7 @@ void ForEachBlockEntry(StoreReader& reader, const std::function<void(const Block
     const std::uint64_t offset = stack.back();
     stack.pop_back();
     if (reader.Cancelled()) return;
-    if (offset >= reader.FileSize() || !visited.insert(offset).second) continue;
+    if (offset >= reader.FileSize() || !visited.Add(offset)) continue;
     const PageLayout& layout = LayoutFor(reader.IsAnsi() != 0, reader.IsLargePage());
     std::vector<std::uint8_t> page = reader.ReadAt(offset, layout.pageSize);
     PageFields f;

@@ -134,7 +134,7 @@ void StoreReader::NormalizeAt(std::vector<std::uint8_t>& buffer, std::uint64_t k
   // Not a heap in any encoding: perhaps an index block whose children,
   // joined, make one.
   if (buffer.size() > 8 && buffer[0] == kIndexBlockType && (buffer[1] == 1 || buffer[1] == 2) &&
-      ReadU16(buffer, 2) != 0 && depth < kMaxBlockTreeDepth) {
+      ReadU16(buffer, 2) != 0 && depth < kMaxJoinDepth) {
     JoinIndexBlock(buffer, key, segments, depth);
   }
 }
@@ -143,10 +143,13 @@ void StoreReader::JoinIndexBlock(std::vector<std::uint8_t>& buffer, std::uint64_
                                  std::vector<HeapSegment>* segments, int depth) {
   const std::size_t width = isAnsi_ ? 4 : 8;
   const std::uint16_t count = ReadU16(buffer, 2);
+  // An index block is itself one block, so its ids end within the first
+  // 64 KiB even when the buffer is a larger join.
+  const std::size_t idsEnd = std::min<std::size_t>(buffer.size(), kMaxBlockSize);
   std::vector<std::uint64_t> ids;
   for (std::size_t i = 0; i < count; ++i) {
     const std::size_t at = 8 + width * i;
-    if (at >= buffer.size()) break;
+    if (at >= idsEnd) break;
     ids.push_back(isAnsi_ ? ReadU32(buffer, at) : ReadU64(buffer, at));
   }
   if (ids.empty()) return;

@@ -11,7 +11,7 @@
 namespace marrow {
 
 std::size_t MemorySource::ReadAt(std::uint64_t offset, std::span<std::uint8_t> out) {
-  if (offset >= data_.size()) return 0;
+  if (offset >= data_.size() || out.empty()) return 0;
   std::size_t n = std::min<std::uint64_t>(out.size(), data_.size() - offset);
   std::memcpy(out.data(), data_.data() + offset, n);
   return n;

@@ -62,7 +62,7 @@ std::int64_t StoreReader::FindNodeRow(std::uint64_t pageOffset, std::uint64_t no
   try {
     for (;;) {
       if (stopListing) return 0;
-      if (!visited.insert(offset).second) return 0;
+      if (!visited.Add(offset)) return 0;
       if (Cancelled() || offset >= FileSize()) return 0;
       ReadPage(offset, page);
       if (ReadU8(page, Layout().typeOffset) != kPageTypeNodeIndex) return 0;
@@ -107,7 +107,7 @@ void StoreReader::ForEachNodeEntry(std::uint64_t pageOffset, VisitedSet& visited
   std::vector<std::uint8_t> page;
   auto step = [&](std::uint64_t offset, std::vector<std::uint64_t>& children) {
     if (stopListing) return;
-    if (!visited.insert(offset).second) return;
+    if (!visited.Add(offset)) return;
     if (Cancelled() || offset >= FileSize()) return;
     ReadPage(offset, page);
     if (ReadU8(page, Layout().typeOffset) != kPageTypeNodeIndex) return;

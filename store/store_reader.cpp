@@ -34,6 +34,7 @@ StoreReader::~StoreReader() = default;
 bool StoreReader::OpenStore(const std::string& path) {
   sourcePath = path;
   file_.reset();
+  blockMemo_.clear();
   std::unique_ptr<FileSource> source = FileSource::Open(path);
   if (!source) {
     lastError = "Unable to open sorce file";
@@ -45,6 +46,7 @@ bool StoreReader::OpenStore(const std::string& path) {
 bool StoreReader::OpenSource(std::unique_ptr<ByteSource> source, const std::string& path) {
   sourcePath = path;
   file_ = std::move(source);
+  blockMemo_.clear();
   if (!file_) {
     lastError = "Unable to open sorce file";
     return false;

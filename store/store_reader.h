@@ -6,7 +6,7 @@
 #include <functional>
 #include <memory>
 #include <string>
-#include <unordered_set>
+#include <unordered_map>
 #include <vector>
 
 #include "store/byte_order.h"
@@ -15,6 +15,7 @@
 #include "store/page_layout.h"
 #include "store/progress_sink.h"
 #include "store/scan_index.h"
+#include "store/visited_set.h"
 
 namespace marrow {
 
@@ -42,9 +43,6 @@ struct HeapSegment {
   std::uint64_t length;
 };
 
-// Page offsets already read by one look-up: the guard against cycles.
-using VisitedSet = std::unordered_set<std::uint64_t>;
-
 // Receives each message node of a folder listing.
 using ItemHandler =
     std::function<void(std::uint64_t dataBlock, std::uint64_t nodeId, std::uint64_t subnodeBlock)>;
@@ -65,6 +63,9 @@ constexpr int kMaxBlockTreeDepth = 8;
 // The most bytes an index-block join may gather. A join larger than a block
 // is only ever used through its first bytes, so nothing real is lost.
 constexpr std::size_t kMaxJoinSize = 0x100000;
+// Joins nest once in a real store (a two-level tree joins its index blocks,
+// whose join joins the data blocks); deeper nesting only comes from damage.
+constexpr int kMaxJoinDepth = 2;
 
 class StoreReader {
  public:
@@ -100,8 +101,11 @@ class StoreReader {
   bool CheckPage(Bytes page, bool force, PageFields& fields);
   void WalkNodePage(std::uint64_t pageOffset, std::deque<std::uint64_t>& pending);
   void BuildFolderRows();
+  // Look-ups of the block index are remembered (the answers cannot change
+  // while the file is open); `visited` only grows when the index is read.
   bool FindBlock(std::uint64_t rootOffset, std::uint64_t blockId, std::uint64_t& fileOffset,
                  std::uint64_t& size, VisitedSet& visited);
+  void ForgetBlockLookups() { blockMemo_.clear(); }
   // Returns 1 and the node's blocks when a leaf row with `nodeId` was found
   // (the last equal row of that leaf wins), else 0.
   std::int64_t FindNodeRow(std::uint64_t pageOffset, std::uint64_t nodeId, std::uint64_t& dataBlock,
@@ -160,6 +164,8 @@ class StoreReader {
   void ReadPage(std::uint64_t offset, std::vector<std::uint8_t>& page);
   bool FindBlockInIndex(std::uint64_t rootOffset, std::uint64_t blockId, std::uint64_t& fileOffset,
                         std::uint64_t& size, VisitedSet& visited);
+  bool SearchBlockIndex(std::uint64_t rootOffset, std::uint64_t blockId, std::uint64_t& fileOffset,
+                        std::uint64_t& size, VisitedSet& visited);
   void ReadDataTreeAt(std::uint64_t blockId, ByteSink& out, int depth, DataTreeWalk& walk);
   void WalkIndexBlockChildren(Bytes block, ByteSink& out, int depth, DataTreeWalk& walk);
   void NormalizeAt(std::vector<std::uint8_t>& buffer, std::uint64_t key,
@@ -168,6 +174,18 @@ class StoreReader {
                       std::vector<HeapSegment>* segments, int depth);
   // Reads, decodes and inflates one block as the streaming readers do.
   bool ReadOneBlock(std::uint64_t id, std::vector<std::uint8_t>& data, bool anyInflatedLength);
+
+  // Block-index look-ups already made. A look-up depends only on the file's
+  // bytes, the root and the form, so the memo is dropped when either changes.
+  struct BlockLocation {
+    bool found;
+    std::uint64_t offset;
+    std::uint64_t size;
+  };
+  std::unordered_map<std::uint64_t, BlockLocation> blockMemo_;
+  std::uint64_t memoRoot_ = 0;
+  int memoAnsi_ = -1;
+  bool memoLarge_ = false;
 
   int isAnsi_ = 1;
   bool isLargePage_ = false;

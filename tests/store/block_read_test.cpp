@@ -381,3 +381,23 @@ TEST(Subnodes, ReadIntoTakesTheFirstMatchingRow) {
 
 }  // namespace
 }  // namespace marrow
+
+namespace marrow {
+namespace {
+
+TEST(ReadDataTree, EmptyBlockGivesNothing) {
+  // A zero-length row must not make the reader copy into an empty buffer.
+  test::StoreBuilder b(test::Form::Unicode512);
+  b.BlockLeaf(0x4000, {{0x40, 0x8000, 0}});
+  b.Roots(0x4200, 0x4000);
+  StoreReader r;
+  ASSERT_TRUE(r.OpenSource(b.Source()));
+  MemorySink out;
+  r.ReadDataTreeInto(0x40, out);
+  r.ReadBlockInto(0x40, out);
+  EXPECT_TRUE(out.Data().empty());
+  EXPECT_TRUE(r.ReadAt(0x8000, 0).empty());
+}
+
+}  // namespace
+}  // namespace marrow

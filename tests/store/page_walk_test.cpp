@@ -288,3 +288,51 @@ TEST(Walks, RootsOutsideTheFileFindNothing) {
 
 }  // namespace
 }  // namespace marrow
+
+namespace marrow {
+namespace {
+
+TEST(FindBlockMemo, NeverAnswersAcrossAFormOrRootChange) {
+  test::StoreBuilder b(test::Form::Unicode512);
+  b.BlockLeaf(0x4000, {{0x40, 0x1000, 10}});
+  b.BlockLeaf(0x4200, {{0x40, 0x2000, 20}});
+  b.Roots(0x4400, 0x4000);
+  StoreReader r;
+  ASSERT_TRUE(r.OpenSource(b.Source()));
+  auto find = [&](std::uint64_t root, std::uint64_t& off) {
+    VisitedSet v;
+    std::uint64_t size = 0;
+    return r.FindBlock(root, 0x40, off, size, v);
+  };
+  std::uint64_t off = 0;
+  ASSERT_TRUE(find(0x4000, off));
+  EXPECT_EQ(off, 0x1000u);
+  ASSERT_TRUE(find(0x4200, off)) << "another root is another index";
+  EXPECT_EQ(off, 0x2000u);
+  r.SetAnsi(1);
+  EXPECT_FALSE(find(0x4200, off)) << "the page does not pass as a 32-bit page";
+  r.SetAnsi(0);
+  ASSERT_TRUE(find(0x4000, off));
+  EXPECT_EQ(off, 0x1000u);
+  // A second answer from the memo is the same as the first.
+  VisitedSet v;
+  std::uint64_t size = 0;
+  ASSERT_TRUE(r.FindBlock(0x4000, 0x40, off, size, v));
+  EXPECT_EQ(size, 10u);
+  EXPECT_EQ(v.size(), 0u) << "answered without reading the index";
+  r.ForgetBlockLookups();
+  ASSERT_TRUE(r.FindBlock(0x4000, 0x40, off, size, v));
+  EXPECT_EQ(v.size(), 1u);
+}
+
+TEST(VisitedSet, SmallAndLargeAlike) {
+  VisitedSet v;
+  for (std::uint64_t i = 0; i < 100; ++i) EXPECT_TRUE(v.Add(i * 512));
+  for (std::uint64_t i = 0; i < 100; ++i) EXPECT_FALSE(v.Add(i * 512));
+  EXPECT_EQ(v.size(), 100u);
+  EXPECT_TRUE(v.Contains(99 * 512));
+  EXPECT_FALSE(v.Contains(7));
+}
+
+}  // namespace
+}  // namespace marrow
