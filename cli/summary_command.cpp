@@ -5,7 +5,7 @@
 
 #include "cli/commands.h"
 #include "cli/json_writer.h"
-#include "store/store_inspection.h"
+#include "store/store_summary.h"
 
 namespace marrow::cli {
 namespace {
@@ -19,7 +19,7 @@ const char* CryptName(int method) {
   }
 }
 
-void PrintText(const std::string& path, const StoreInspection& s) {
+void PrintText(const std::string& path, const StoreSummary& s) {
   std::printf("File:       %s (%llu bytes)\n", path.c_str(), static_cast<unsigned long long>(s.fileSize));
   std::printf("Form:       %s, %u-byte pages (version word 0x%02X)\n",
               s.isAnsi ? "32-bit ANSI" : "64-bit Unicode", s.isLargePage ? 4096u : 512u,
@@ -44,7 +44,7 @@ void PrintText(const std::string& path, const StoreInspection& s) {
   }
 }
 
-void PrintJson(const StoreInspection& s) {
+void PrintJson(const StoreSummary& s) {
   JsonWriter w;
   w.BeginObject();
   w.Key("isAnsi");
@@ -113,7 +113,7 @@ int RunInspect(const std::vector<std::string>& args) {
     std::fprintf(stderr, "marrow-cli: %s: %s\n", path.c_str(), reader.LastError().c_str());
     return 1;
   }
-  StoreInspection summary = InspectStore(reader);
+  StoreSummary summary = SummarizeStore(reader);
   if (json) {
     PrintJson(summary);
   } else {

@@ -14,7 +14,7 @@ struct FolderSummary {
   std::uint64_t messages = 0;
 };
 
-struct StoreInspection {
+struct StoreSummary {
   std::uint64_t fileSize = 0;
   std::uint16_t versionWord = 0;
   std::uint8_t cryptByte = 0;
@@ -31,6 +31,6 @@ struct StoreInspection {
 // Reads the folder rows, normalises each folder's data block as the folder
 // tree rebuild does (so that the encoding vote has run), and counts each
 // folder's messages with a listing of the node index.
-StoreInspection InspectStore(StoreReader& reader);
+StoreSummary SummarizeStore(StoreReader& reader);
 
 }  // namespace marrow

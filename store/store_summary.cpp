@@ -1,16 +1,16 @@
-#include "store/store_inspection.h"
+#include "store/store_summary.h"
 
 #include <unordered_map>
 
 namespace marrow {
 
-std::uint64_t StoreInspection::TotalMessages() const {
+std::uint64_t StoreSummary::TotalMessages() const {
   std::uint64_t total = 0;
   for (const FolderSummary& f : folders) total += f.messages;
   return total;
 }
 
-StoreInspection InspectStore(StoreReader& reader) {
+StoreSummary SummarizeStore(StoreReader& reader) {
   reader.folderRows.clear();
   reader.BuildFolderRows();
 
@@ -22,7 +22,7 @@ StoreInspection InspectStore(StoreReader& reader) {
     if ((e.nodeId & kNodeTypeMask) == kNodeTypeMessage) ++messagesByParent[e.parent];
   });
 
-  StoreInspection s;
+  StoreSummary s;
   for (const FolderRow& row : reader.folderRows) {
     if (reader.Cancelled()) break;
     VisitedSet visited;
