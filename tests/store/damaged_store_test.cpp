@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "store/block_index_walk.h"
-#include "store/store_inspection.h"
+#include "store/store_summary.h"
 #include "tests/support/test_data.h"
 
 namespace marrow {
@@ -16,11 +16,11 @@ using Buf = std::vector<std::uint8_t>;
 const char* const kStores[] = {"pst/ansi/pst2john_97_outlook_pass12345.pst", "pst/unicode/aspose_Outlook.pst",
                                "ost4k/aspose_SampleOstFile.ost"};
 
-StoreInspection Inspect(Buf bytes, StoreReader* keep = nullptr) {
+StoreSummary Inspect(Buf bytes, StoreReader* keep = nullptr) {
   StoreReader reader;
   StoreReader& r = keep ? *keep : reader;
   r.OpenSource(std::make_unique<MemorySource>(std::move(bytes)));
-  return InspectStore(r);
+  return SummarizeStore(r);
 }
 
 // Offsets of every page the store's indexes reach, found on the healthy file.
@@ -41,10 +41,10 @@ TEST(DamagedStores, CutShortGivesWhatIsLeft) {
   for (const char* store : kStores) {
     SCOPED_TRACE(store);
     const Buf healthy = test::ReadFileBytes(test::Sample(store));
-    const StoreInspection whole = Inspect(healthy);
+    const StoreSummary whole = Inspect(healthy);
     for (double fraction : {0.01, 0.25, 0.5, 0.75, 0.999}) {
       Buf cut(healthy.begin(), healthy.begin() + static_cast<std::ptrdiff_t>(healthy.size() * fraction));
-      const StoreInspection part = Inspect(cut);
+      const StoreSummary part = Inspect(cut);
       EXPECT_LE(part.folders.size(), whole.folders.size()) << fraction;
       EXPECT_LE(part.TotalMessages(), whole.TotalMessages()) << fraction;
       if (whole.nodeRootOffset >= cut.size()) {
@@ -59,7 +59,7 @@ TEST(DamagedStores, WipedRootPages) {
   for (const char* store : kStores) {
     SCOPED_TRACE(store);
     const Buf healthy = test::ReadFileBytes(test::Sample(store));
-    const StoreInspection whole = Inspect(healthy);
+    const StoreSummary whole = Inspect(healthy);
     const std::size_t pageSize = whole.isLargePage ? 4096 : 512;
 
     Buf noNodeRoot = healthy;
@@ -70,7 +70,7 @@ TEST(DamagedStores, WipedRootPages) {
     // index, but no folder's block can be read, so nobody votes.
     Buf noBlockRoot = healthy;
     std::fill_n(noBlockRoot.begin() + whole.blockRootOffset, pageSize, 0);
-    const StoreInspection blind = Inspect(noBlockRoot);
+    const StoreSummary blind = Inspect(noBlockRoot);
     EXPECT_EQ(blind.folders.size(), whole.folders.size());
     EXPECT_EQ(blind.TotalMessages(), whole.TotalMessages());
     EXPECT_EQ(blind.noneVotes + blind.permuteVotes + blind.cyclicVotes, 0);
@@ -83,7 +83,7 @@ TEST(DamagedStores, RandomIndexPagesWipedOrScrambled) {
   for (const char* store : kStores) {
     SCOPED_TRACE(store);
     const Buf healthy = test::ReadFileBytes(test::Sample(store));
-    const StoreInspection whole = Inspect(healthy);
+    const StoreSummary whole = Inspect(healthy);
     const std::vector<std::uint64_t> pages = IndexPages(healthy);
     ASSERT_GT(pages.size(), 3u);
     const std::size_t pageSize = whole.isLargePage ? 4096 : 512;
@@ -99,7 +99,7 @@ TEST(DamagedStores, RandomIndexPagesWipedOrScrambled) {
         }
       }
       StoreReader r;
-      const StoreInspection s = Inspect(damaged, &r);
+      const StoreSummary s = Inspect(damaged, &r);
       // A scrambled leaf may show garbage rows, at most a page's worth each.
       EXPECT_LE(s.folders.size(), whole.folders.size() + 3 * 126) << round;
       // Every block the damaged index still names can be read without harm.
@@ -117,7 +117,7 @@ TEST(DamagedStores, ZeroedHeaderStartsInTheAnsiFormAndFindsNothing) {
   Buf bytes = test::ReadFileBytes(test::Sample("pst/unicode/aspose_Outlook.pst"));
   std::fill_n(bytes.begin(), 512, 0);
   StoreReader r;
-  const StoreInspection s = Inspect(bytes, &r);
+  const StoreSummary s = Inspect(bytes, &r);
   EXPECT_EQ(r.IsAnsi(), 1);
   EXPECT_TRUE(s.folders.empty());
 }

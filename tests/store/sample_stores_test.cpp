@@ -7,7 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "store/block_index_walk.h"
-#include "store/store_inspection.h"
+#include "store/store_summary.h"
 #include "tests/support/test_data.h"
 
 namespace marrow {
@@ -75,7 +75,7 @@ TEST(SampleStores, OpenInTheirFormAndVoteForTheirEncoding) {
     const bool large = store.rfind("ost4k/", 0) == 0;
     EXPECT_EQ(reader->IsAnsi(), ansi ? 1 : 0);
     EXPECT_EQ(reader->IsLargePage(), large);
-    StoreInspection s = InspectStore(*reader);
+    StoreSummary s = SummarizeStore(*reader);
     ASSERT_FALSE(s.folders.empty());
     EXPECT_EQ(s.cryptMethod, s.cryptByte) << "the vote agrees with the header";
     const std::int64_t votes[] = {s.noneVotes, s.permuteVotes, s.cyclicVotes};
@@ -91,7 +91,7 @@ TEST(SampleStores, FolderRowsAndMessageCountsAgreeWithPffexport) {
   for (const auto& [store, folders] : oracle) {
     SCOPED_TRACE(store);
     auto reader = OpenSample(store);
-    StoreInspection s = InspectStore(*reader);
+    StoreSummary s = SummarizeStore(*reader);
     std::map<std::uint64_t, std::uint64_t> ours;
     for (const FolderSummary& f : s.folders) ours[f.row.nodeId] = f.messages;
 
@@ -187,7 +187,7 @@ TEST(OddFiles, OpenQuietlyAndYieldWhatTheyHold) {
     SCOPED_TRACE(c.file);
     auto reader = OpenSample(c.file);
     ASSERT_TRUE(reader->IsOpen());
-    StoreInspection s = InspectStore(*reader);
+    StoreSummary s = SummarizeStore(*reader);
     EXPECT_EQ(s.folders.size(), c.folders);
     EXPECT_EQ(s.TotalMessages(), 0u);
   }
