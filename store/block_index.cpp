@@ -89,7 +89,7 @@ bool StoreReader::SearchBlockIndex(std::uint64_t rootOffset, std::uint64_t block
   };
 
   if (step(rootOffset)) return true;
-  for (std::size_t i = 0; i < pending.size(); ++i) {
+  for (std::size_t i = 0; i < pending.size() && i < kMaxIndexDepth; ++i) {
     if (step(pending[i])) return true;
   }
   return false;

@@ -158,6 +158,7 @@ void StoreReader::JoinIndexBlock(std::vector<std::uint8_t>& buffer, std::uint64_
   // so a heap over several blocks counts as one vote. Should no scratch file
   // be possible, the join is kept in memory instead.
   std::unique_ptr<TempFile> scratch = TempFile::Create(tempFolder, ".Bin");
+  if (scratch) scratch->Unlink();
   std::vector<std::uint8_t> inMemory;
   std::uint64_t joined = 0;
   for (std::uint64_t id : ids) {

@@ -60,7 +60,7 @@ std::int64_t StoreReader::FindNodeRow(std::uint64_t pageOffset, std::uint64_t no
   std::vector<std::uint64_t> scratchKeys, scratchOffsets;
   std::uint64_t offset = pageOffset;
   try {
-    for (;;) {
+    for (std::size_t depth = 0; depth <= kMaxIndexDepth; ++depth) {
       if (stopListing) return 0;
       if (!visited.Add(offset)) return 0;
       if (Cancelled() || offset >= FileSize()) return 0;
@@ -85,6 +85,7 @@ std::int64_t StoreReader::FindNodeRow(std::uint64_t pageOffset, std::uint64_t no
       offset = DescendBranch(page, f.count, f.size, nodeId, 1, scratchOffsets, scratchKeys);
       if (offset == 0) return 0;
     }
+    return 0;
   } catch (...) {
     return 0;
   }

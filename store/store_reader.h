@@ -66,6 +66,10 @@ constexpr std::size_t kMaxJoinSize = 0x100000;
 // Joins nest once in a real store (a two-level tree joins its index blocks,
 // whose join joins the data blocks); deeper nesting only comes from damage.
 constexpr int kMaxJoinDepth = 2;
+// Index pages one look-up may descend through below the root. Real indexes
+// are a few levels deep; a longer descent follows a chain of damaged pages,
+// and following it for every id of a large index block takes seconds.
+constexpr std::size_t kMaxIndexDepth = 16;
 
 class StoreReader {
  public:

@@ -47,7 +47,12 @@ std::unique_ptr<TempFile> TempFile::Create(const std::string& folder, const std:
 
 TempFile::~TempFile() {
   ::close(fd_);
-  ::unlink(path_.c_str());
+  if (!path_.empty()) ::unlink(path_.c_str());
+}
+
+void TempFile::Unlink() {
+  if (!path_.empty()) ::unlink(path_.c_str());
+  path_.clear();
 }
 
 bool TempFile::Append(Bytes data) {

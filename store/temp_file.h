@@ -27,6 +27,10 @@ class TempFile {
   TempFile& operator=(const TempFile&) = delete;
 
   const std::string& Path() const { return path_; }
+  // Removes the name now; the open file stays usable until destruction. A
+  // scratch file that is never opened by name again should do this at once,
+  // so that a process killed mid-way leaves nothing behind.
+  void Unlink();
   std::uint64_t Size() const { return size_; }
   bool Append(Bytes data);
   bool WriteAt(std::uint64_t offset, Bytes data);

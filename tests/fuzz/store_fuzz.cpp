@@ -1,0 +1,442 @@
+// Takes arbitrary bytes as a whole store file and drives every public
+// operation of the store reader over them, in each of the four store forms.
+// Besides what the sanitizers catch, it aborts when an answer breaks a
+// promise of the reader's interface, or when a scratch file is left behind.
+#include <dirent.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "store/block_codec.h"
+#include "store/block_index_walk.h"
+#include "store/byte_sink.h"
+#include "store/byte_source.h"
+#include "store/page_layout.h"
+#include "store/scan_index.h"
+#include "store/store_reader.h"
+#include "store/store_summary.h"
+
+namespace {
+
+using marrow::Bytes;
+
+// Every walk asks the progress sink between units of work; cancelling after
+// this many questions bounds the time one pass over an input can take.
+constexpr int kCancelAfter = 200000;
+// Each sink keeps at most this much.
+constexpr std::size_t kSinkLimit = 4u << 20;
+// Walks not driven by the progress sink (block look-ups, data trees) are
+// bounded by how many rows the harness hands them.
+constexpr std::size_t kMaxFolders = 64;
+constexpr std::size_t kMaxItemsRead = 4;
+constexpr std::size_t kMaxSubnodesRead = 16;
+constexpr std::size_t kMaxBlockRowsRead = 8;
+
+// Header fields the form flip needs: where each width keeps its two roots.
+constexpr std::size_t kAnsiNodeRoot = 0xBC, kAnsiBlockRoot = 0xC4;
+constexpr std::size_t kWideNodeRoot = 0xE0, kWideBlockRoot = 0xF0;
+
+// What one input reached, printed when STORE_FUZZ_VERBOSE is set: a seed
+// that reaches nothing is worth little.
+struct Reach {
+  std::size_t folders = 0, items = 0, subnodes = 0, treeBytes = 0, blockBytes = 0, joins = 0;
+} reach;
+
+[[noreturn]] void Fail(const char* what) {
+  std::fprintf(stderr, "store_fuzz: %s\n", what);
+  std::abort();
+}
+
+void Check(bool ok, const char* what) {
+  if (!ok) Fail(what);
+}
+
+class BoundedProgress final : public marrow::ProgressSink {
+ public:
+  bool IsCancelled() override { return ++calls_ > kCancelAfter; }
+  // Once cancelled, walks may stop anywhere: their answers no longer agree.
+  bool Exhausted() const { return calls_ > kCancelAfter; }
+
+ private:
+  int calls_ = 0;
+};
+
+// Stands in for the whole-file scan of deep mode: it counts the pages it is
+// given and claims to know every block, at a place derived from its id, so
+// that the readers also meet blocks the index never vouched for.
+class FakeScan final : public marrow::ScanIndex {
+ public:
+  explicit FakeScan(std::uint64_t fileSize) : fileSize_(fileSize) {}
+  void ExtractNodeRows(Bytes page) override { pages_ += !page.empty(); }
+  bool ScanFindBlock(std::uint64_t blockId, std::uint64_t& offset, std::uint64_t& size) override {
+    if (blockId == 0 || fileSize_ == 0) return false;
+    offset = ((blockId >> 2) * 64) % fileSize_;
+    size = 64 + (blockId >> 2) % 960;
+    return true;
+  }
+
+ private:
+  std::uint64_t fileSize_;
+  std::uint64_t pages_ = 0;
+};
+
+// A scratch folder of the reader's own for one input, removed after it.
+class ScratchFolder {
+ public:
+  ScratchFolder() {
+    char name[] = "/tmp/marrow-fuzz-XXXXXX";
+    if (::mkdtemp(name) == nullptr) Fail("cannot create the scratch folder");
+    path_ = name;
+  }
+  ~ScratchFolder() { ::rmdir(path_.c_str()); }
+  ScratchFolder(const ScratchFolder&) = delete;
+  ScratchFolder& operator=(const ScratchFolder&) = delete;
+
+  const std::string& Path() const { return path_; }
+
+  // Every file the reader left here is a leak of a scratch file.
+  void CheckEmpty() const {
+    DIR* dir = ::opendir(path_.c_str());
+    if (dir == nullptr) Fail("the scratch folder is gone");
+    std::vector<std::string> left;
+    while (dirent* e = ::readdir(dir)) {
+      if (std::strcmp(e->d_name, ".") != 0 && std::strcmp(e->d_name, "..") != 0)
+        left.push_back(e->d_name);
+    }
+    ::closedir(dir);
+    if (left.empty()) return;
+    for (const std::string& name : left)
+      std::fprintf(stderr, "store_fuzz: left behind: %s\n", name.c_str());
+    Fail("scratch files were left in the scratch folder");
+  }
+
+ private:
+  std::string path_;
+};
+
+void CheckSink(const marrow::MemorySink& sink) {
+  Check(sink.Data().size() <= kSinkLimit, "a sink kept more than its limit");
+}
+
+// A join's segments follow each other from 0, each no larger than a block.
+void CheckSegments(const std::vector<marrow::HeapSegment>& segments) {
+  std::uint64_t next = 0;
+  for (const marrow::HeapSegment& s : segments) {
+    Check(s.start == next, "heap segments are not contiguous");
+    Check(s.length <= marrow::kMaxBlockSize, "a heap segment is larger than a block");
+    next += s.length;
+  }
+  Check(next <= marrow::kMaxJoinSize, "heap segments add up to more than a join may gather");
+}
+
+void ReadSubnodes(marrow::StoreReader& reader, std::uint64_t subnodeBlock) {
+  if (subnodeBlock == 0) return;
+  marrow::SubnodeLists lists;
+  reader.ReadSubnodeList(subnodeBlock, lists);
+  reach.subnodes += lists.size();
+  for (std::size_t i = 0; i < lists.size() && i < kMaxSubnodesRead; ++i) {
+    marrow::MemorySink sink(kSinkLimit);
+    std::uint64_t child = 1;
+    reader.ReadSubnodeInto(lists[i].nodeId, lists, sink, child);
+    Check((child & 1) == 0, "a child subnode block keeps its reserved bit");
+    CheckSink(sink);
+  }
+  // A NodeId the list does not hold reads nothing and leaves the child alone.
+  marrow::MemorySink none(kSinkLimit);
+  std::uint64_t untouched = 7;
+  bool listed = false;
+  for (const marrow::SubnodeRow& r : lists) listed |= r.nodeId == 0xFFFFFFFFFFFFFFFFull;
+  reader.ReadSubnodeInto(0xFFFFFFFFFFFFFFFFull, lists, none, untouched);
+  if (!listed) {
+    Check(none.Data().empty() && untouched == 7, "an absent subnode produced data");
+  }
+}
+
+void ReadData(marrow::StoreReader& reader, std::uint64_t dataBlock) {
+  marrow::MemorySink tree(kSinkLimit);
+  reader.ReadDataTreeInto(dataBlock, tree);
+  CheckSink(tree);
+  reach.treeBytes += tree.Data().size();
+  marrow::MemorySink one(kSinkLimit);
+  reader.ReadBlockInto(dataBlock, one);
+  // One block is either its stored bytes or what they inflate to, kept
+  // only while that fits a block's inflated bound.
+  Check(
+      one.Data().size() <= std::max<std::size_t>(marrow::kMaxBlockSize, marrow::kMaxInflatedBlock),
+      "one block read more than a block");
+  reach.blockBytes += one.Data().size();
+}
+
+void NormalizeFolderBlock(marrow::StoreReader& reader, std::uint64_t dataBlock) {
+  marrow::VisitedSet visited;
+  std::uint64_t offset = 0, size = 0;
+  if (!reader.FindBlock(reader.blockRootOffset, dataBlock, offset, size, visited)) return;
+  if (size > marrow::kMaxBlockSize || offset >= reader.FileSize()) return;
+  std::vector<std::uint8_t> block = reader.ReadAt(offset, size);
+  Check(block.size() == size, "ReadAt did not return the size asked for");
+  std::vector<marrow::HeapSegment> segments;
+  reader.NormalizeBlock(block, dataBlock, &segments);
+  CheckSegments(segments);
+  reach.joins += !segments.empty();
+}
+
+// The branch-row helpers over the page at one root, as the walks use them.
+void CheckRootPage(marrow::StoreReader& reader, std::uint64_t root, bool blockIndex) {
+  if (root >= reader.FileSize()) return;
+  const marrow::PageLayout& layout = marrow::LayoutFor(reader.IsAnsi() != 0, reader.IsLargePage());
+  std::vector<std::uint8_t> page = reader.ReadAt(root, layout.pageSize);
+  marrow::PageFields f;
+  if (!reader.CheckPage(page, blockIndex, f)) return;
+  Check(f.count <= f.max, "a checked page has more rows than its maximum");
+  Check(static_cast<std::size_t>(f.count) * f.size <= layout.rowLimit,
+        "a checked page's rows run past its row limit");
+  if (f.level == 0) return;
+  std::vector<std::uint64_t> keys, offsets;
+  reader.CollectBranchRows(page, f.count, f.size, keys, offsets);
+  Check(keys.size() == offsets.size(), "branch keys and offsets differ in number");
+  for (std::uint64_t o : offsets)
+    Check(o < reader.FileSize(), "a collected child lies past the end");
+  keys.clear();
+  offsets.clear();
+  reader.DescendBranch(page, f.count, f.size, 0, 0, offsets, keys);
+  Check(keys.size() == offsets.size(), "descended keys and offsets differ in number");
+  reader.DescendBranch(page, f.count, f.size, 0x122, 1, offsets, keys);
+}
+
+// One pass of everything over the current form and roots. In deep mode the
+// node walk yields no folder rows of its own, so the caller's are used.
+void ExerciseForm(marrow::StoreReader& reader,
+                  const std::vector<marrow::FolderRow>* givenRows = nullptr) {
+  BoundedProgress progress;
+  reader.SetProgressSink(&progress);
+  CheckRootPage(reader, reader.nodeRootOffset, false);
+  CheckRootPage(reader, reader.blockRootOffset, true);
+
+  reader.folderRows.clear();
+  reader.BuildFolderRows();
+  std::set<std::uint64_t> folders;
+  for (const marrow::FolderRow& row : reader.folderRows) {
+    Check((row.nodeId & marrow::kNodeTypeMask) == marrow::kNodeTypeFolder,
+          "a folder row is not a folder node");
+    folders.insert(row.nodeId);
+  }
+  // The breadth-first folder walk and the depth-first walk of all node rows
+  // read the same pages, so they must find the same folders.
+  std::set<std::uint64_t> walked;
+  marrow::VisitedSet nodePages;
+  reader.ForEachNodeEntry(reader.nodeRootOffset, nodePages, [&](const marrow::NodeEntry& e) {
+    if ((e.nodeId & marrow::kNodeTypeMask) == marrow::kNodeTypeFolder) walked.insert(e.nodeId);
+  });
+  if (!reader.deepMode && !progress.Exhausted()) {
+    Check(folders == walked, "the folder walk and the node row walk found different folders");
+  }
+
+  // A few rows of the full block index walk, read as single blocks.
+  std::vector<std::uint64_t> blockIds;
+  marrow::ForEachBlockEntry(reader, [&](const marrow::BlockEntry& e) {
+    if (blockIds.size() < kMaxBlockRowsRead) blockIds.push_back(e.blockId);
+  });
+  for (std::uint64_t id : blockIds) {
+    marrow::MemorySink one(kSinkLimit);
+    reader.ReadBlockInto(id, one);
+    CheckSink(one);
+  }
+
+  for (std::uint64_t nodeId : {std::uint64_t{0x61}, std::uint64_t{0x122}}) {
+    marrow::VisitedSet visited;
+    std::uint64_t dataBlock = 0, subnodeBlock = 0;
+    const std::int64_t found =
+        reader.FindNodeRow(reader.nodeRootOffset, nodeId, dataBlock, subnodeBlock, visited);
+    Check(found == 0 || found == 1, "FindNodeRow answered neither 0 nor 1");
+    if (found == 0) continue;
+    ReadSubnodes(reader, subnodeBlock);
+    ReadData(reader, dataBlock);
+  }
+
+  const std::vector<marrow::FolderRow> rows = givenRows ? *givenRows : reader.folderRows;
+  reach.folders += rows.size();
+  for (std::size_t i = 0; i < rows.size() && i < kMaxFolders; ++i) {
+    const marrow::FolderRow& row = rows[i];
+    NormalizeFolderBlock(reader, row.dataBlock);
+
+    struct Item {
+      std::uint64_t dataBlock, subnodeBlock;
+    };
+    std::vector<Item> items;
+    std::size_t count = 0;
+    marrow::VisitedSet pages;
+    reader.ListNodeChildren(
+        reader.nodeRootOffset, row.nodeId, pages,
+        [&](std::uint64_t dataBlock, std::uint64_t nodeId, std::uint64_t subnodeBlock) {
+          Check((nodeId & marrow::kNodeTypeMask) == marrow::kNodeTypeMessage,
+                "a listed item is not a message node");
+          ++count;
+          if (items.size() < kMaxItemsRead) items.push_back({dataBlock, subnodeBlock});
+        });
+    reach.items += count;
+
+    ReadSubnodes(reader, row.subnodeBlock);
+    ReadData(reader, row.dataBlock);
+    for (const Item& item : items) {
+      ReadData(reader, item.dataBlock);
+      ReadSubnodes(reader, item.subnodeBlock);
+    }
+  }
+  Check(reader.noneVotes >= 0 && reader.permuteVotes >= 0 && reader.cyclicVotes >= 0,
+        "a vote counter went negative");
+  reader.SetProgressSink(nullptr);
+}
+
+// The summary counts each folder's messages in one walk; a listing of each
+// folder must give the same counts.
+void CheckSummary(marrow::StoreReader& reader, std::size_t size) {
+  BoundedProgress progress;
+  reader.SetProgressSink(&progress);
+  const marrow::StoreSummary summary = marrow::SummarizeStore(reader);
+  Check(summary.fileSize == size, "the summary's file size is not the input's");
+  for (std::size_t i = 0; i < summary.folders.size() && i < kMaxFolders; ++i) {
+    const marrow::FolderSummary& f = summary.folders[i];
+    std::uint64_t listed = 0;
+    marrow::VisitedSet pages;
+    reader.ListNodeChildren(reader.nodeRootOffset, f.row.nodeId, pages,
+                            [&](std::uint64_t, std::uint64_t, std::uint64_t) { ++listed; });
+    if (progress.Exhausted()) break;
+    Check(listed == f.messages, "the summary's message count differs from a folder listing");
+  }
+  reader.SetProgressSink(nullptr);
+}
+
+void ExerciseStore(const std::uint8_t* data, std::size_t size, const std::string& scratch) {
+  marrow::StoreReader reader(scratch);
+  if (!reader.OpenSource(
+          std::make_unique<marrow::MemorySource>(std::vector<std::uint8_t>(data, data + size))))
+    Fail("opening a memory source failed");
+  Check(reader.FileSize() == size, "the reader's file size is not the input's");
+
+  // The form the header names first, then the other three, each with the
+  // roots the open found and, where they differ, the roots a header of that
+  // form's width keeps.
+  const int headerAnsi = reader.IsAnsi();
+  const bool headerLarge = reader.IsLargePage();
+  const std::uint64_t openNodeRoot = reader.nodeRootOffset, openBlockRoot = reader.blockRootOffset;
+  std::vector<std::uint8_t> header = reader.ReadAt(0, 0x200);
+  Check(header.size() == 0x200, "ReadAt did not return the size asked for");
+  auto u32 = [&](std::size_t at) {
+    return static_cast<std::uint64_t>(
+        static_cast<std::int64_t>(static_cast<std::int32_t>(marrow::ReadU32(header, at))));
+  };
+  const std::uint64_t ansiRoots[2] = {u32(kAnsiNodeRoot), u32(kAnsiBlockRoot)};
+  const std::uint64_t wideRoots[2] = {marrow::ReadU64(header, kWideNodeRoot),
+                                      marrow::ReadU64(header, kWideBlockRoot)};
+
+  const std::pair<int, bool> forms[4] = {{headerAnsi, headerLarge},
+                                         {headerAnsi, !headerLarge},
+                                         {!headerAnsi, headerLarge},
+                                         {!headerAnsi, !headerLarge}};
+  std::vector<marrow::FolderRow> knownRows;
+  for (const auto& [ansi, large] : forms) {
+    reader.SetAnsi(ansi);
+    reader.SetLargePage(large);
+    reader.nodeRootOffset = openNodeRoot;
+    reader.blockRootOffset = openBlockRoot;
+    ExerciseForm(reader);
+    if (knownRows.empty()) knownRows = reader.folderRows;
+    const std::uint64_t* roots = ansi ? ansiRoots : wideRoots;
+    if (roots[0] != openNodeRoot || roots[1] != openBlockRoot) {
+      reader.nodeRootOffset = roots[0];
+      reader.blockRootOffset = roots[1];
+      ExerciseForm(reader);
+    }
+  }
+
+  // Deep mode in the header's form, with a scan that knows every block, and
+  // with no scratch folder, so that joins are kept in memory.
+  FakeScan scan(reader.FileSize());
+  reader.SetAnsi(headerAnsi);
+  reader.SetLargePage(headerLarge);
+  reader.nodeRootOffset = openNodeRoot;
+  reader.blockRootOffset = openBlockRoot;
+  reader.SetScanIndex(&scan);
+  reader.deepMode = true;
+  reader.tempFolder = scratch + "/absent";
+  ExerciseForm(reader, &knownRows);
+  reader.tempFolder = scratch;
+  reader.deepMode = false;
+  reader.SetScanIndex(nullptr);
+
+  CheckSummary(reader, size);
+}
+
+// The codec on the raw bytes: both byte codes must undo themselves, and an
+// inflate with a smaller bound must give a prefix of the larger one.
+void ExerciseCodec(const std::uint8_t* data, std::size_t size) {
+  const std::size_t n = std::min<std::size_t>(size, 0x20000);
+  const std::uint64_t key = size >= 4 ? marrow::ReadU32(Bytes(data, size), 0) : size;
+  std::vector<std::uint8_t> plain(data, data + n);
+
+  std::vector<std::uint8_t> work = plain;
+  work.reserve(1);  // a buffer, even for empty input: only a null one is refused
+  Check(marrow::DecodeBlock(work.data(), work.size(), key, false, marrow::kCryptPermute) == 0,
+        "permute encoding refused");
+  Check(marrow::DecodeBlock(work.data(), work.size(), key, true, marrow::kCryptPermute) == 0,
+        "permute decoding refused");
+  Check(work == plain, "permute decoding does not undo encoding");
+
+  Check(marrow::DecodeBlock(work.data(), work.size(), key, true, marrow::kCryptCyclic) == 0,
+        "cyclic decoding refused");
+  Check(marrow::DecodeBlock(work.data(), work.size(), key, true, marrow::kCryptCyclic) == 0,
+        "cyclic decoding refused");
+  Check(work == plain, "the cyclic code is not its own inverse");
+
+  const int other = size > 0 ? 3 + data[0] % 200 : 3;
+  Check(marrow::DecodeBlock(work.data(), work.size(), key, true, other) == -1,
+        "an unknown method was accepted");
+  Check(marrow::DecodeBlock(work.data(), work.size(), key, true, marrow::kCryptNone) == -1,
+        "method none was accepted");
+  Check(work == plain, "a refused method changed the bytes");
+  Check(marrow::DecodeBlock(nullptr, 16, key, true, marrow::kCryptPermute) == -1,
+        "a null buffer was accepted");
+
+  const Bytes in(data, size);
+  const std::vector<std::uint8_t> full = marrow::InflateBuffer(in);
+  Check(full.size() <= marrow::kMaxInflatedSize, "inflate passed its default bound");
+  const std::size_t small = size > 1 ? 1 + data[1] * 37 : 1;
+  const std::vector<std::uint8_t> cut = marrow::InflateBuffer(in, small);
+  Check(cut.size() <= small, "inflate passed its bound");
+  Check(cut.size() <= full.size() && std::equal(cut.begin(), cut.end(), full.begin()),
+        "a bounded inflate is not a prefix of the full one");
+  Check(marrow::LooksDeflated(in) == (size >= 2 && data[0] == 0x78 && data[1] == 0x9C),
+        "LooksDeflated disagrees with the zlib header");
+}
+
+}  // namespace
+
+// Undefined behaviour must stop the run like a crash, whatever flags the
+// library was built with; without sanitizers nothing reads this.
+extern "C" const char* __ubsan_default_options() {
+  return "halt_on_error=1:print_stacktrace=1";
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  reach = {};
+  ExerciseCodec(data, size);
+  const ScratchFolder scratch;
+  ExerciseStore(data, size, scratch.Path());
+  scratch.CheckEmpty();
+  static const bool verbose = std::getenv("STORE_FUZZ_VERBOSE") != nullptr;
+  if (verbose) {
+    std::fprintf(stderr,
+                 "reached: %zu folder rows, %zu items, %zu subnode rows, %zu tree bytes, "
+                 "%zu block bytes, %zu joins\n",
+                 reach.folders, reach.items, reach.subnodes, reach.treeBytes, reach.blockBytes,
+                 reach.joins);
+  }
+  return 0;
+}
