@@ -3,13 +3,13 @@
 #include <unordered_set>
 
 #include "store/block_codec.h"
+#include "store/heap_map.h"
 #include "store/store_reader.h"
 #include "store/temp_file.h"
 
 namespace marrow {
 namespace {
 
-constexpr std::uint8_t kHeapSignature = 0xEC;  // at offset 2 of every heap block
 constexpr std::uint8_t kIndexBlockType = 1;
 
 // Byte 2 of the buffer as `method` would decode it, without decoding the rest.

@@ -20,6 +20,17 @@
 namespace marrow {
 
 struct DataTreeWalk;
+struct HeapMap;
+class PropertyBag;
+class PropertyValue;
+
+// A named property of the store: its numeric name in a property set, and the
+// property id the store uses for it.
+struct NamedProperty {
+  std::uint32_t numericName;
+  std::uint16_t propId;
+  std::string guidText;  // "{xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx}"
+};
 
 // A folder node as the node index lists it.
 struct FolderRow {
@@ -135,6 +146,20 @@ class StoreReader {
   void NormalizeBlock(std::vector<std::uint8_t>& buffer, std::uint64_t key,
                       std::vector<HeapSegment>* segments);
 
+  // --- Heaps ---------------------------------------------------------------
+  // Finds the bytes of heap id `heapId` in a normalised block whose map lies
+  // at `base`. True with start 0 means nothing is at that id.
+  bool ResolveHeapId(Bytes buffer, std::uint64_t base, std::uint32_t heapId, std::uint64_t& start,
+                     std::uint64_t& end, const std::vector<HeapSegment>* segments);
+  // Reads a property list into `bag`, or with `wantTable` a table into `rows`.
+  void ReadPropertyBag(Bytes buffer, PropertyBag* bag, std::vector<PropertyBag>* rows,
+                       const std::vector<HeapSegment>* segments, const SubnodeLists& subnodes,
+                       bool headersOnly, bool wantTable);
+  // Finds, reads and normalises a node's data block, then reads its property list.
+  bool ReadBagFromBlock(std::uint64_t dataBlock, PropertyBag& bag, const SubnodeLists& subnodes);
+  // Appends the store's named properties (node 0x61) to `namedProperties`.
+  void LoadNameMap();
+
   // Reads `size` bytes at `offset` into a zeroed buffer (short at the end of the file).
   std::vector<std::uint8_t> ReadAt(std::uint64_t offset, std::size_t size);
 
@@ -156,6 +181,7 @@ class StoreReader {
   std::uint64_t nodeRootOffset = 0;
   std::string sourcePath;
   bool deepMode = false;
+  std::vector<NamedProperty> namedProperties;
   // Data blocks of messages already handed on by a deep folder listing.
   std::vector<std::uint64_t> shownBlocks;
   // Header values kept for display.
@@ -176,6 +202,11 @@ class StoreReader {
                    std::vector<HeapSegment>* segments, int depth);
   void JoinIndexBlock(std::vector<std::uint8_t>& buffer, std::uint64_t key,
                       std::vector<HeapSegment>* segments, int depth);
+  bool ReadHeapValue(Bytes buffer, std::uint64_t mapBase, std::uint16_t id, std::uint16_t type,
+                     std::uint32_t value, const std::vector<HeapSegment>* segments,
+                     const SubnodeLists& subnodes, bool skipSubnodes, PropertyValue& out);
+  void ReadTableRows(Bytes buffer, const HeapMap& map, std::vector<PropertyBag>* rows,
+                     const std::vector<HeapSegment>* segments, const SubnodeLists& subnodes);
   // Reads, decodes and inflates one block as the streaming readers do.
   bool ReadOneBlock(std::uint64_t id, std::vector<std::uint8_t>& data, bool anyInflatedLength);
 

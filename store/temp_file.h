@@ -31,6 +31,8 @@ class TempFile {
   // scratch file that is never opened by name again should do this at once,
   // so that a process killed mid-way leaves nothing behind.
   void Unlink();
+  // Closes the file but leaves it on disk: its path now belongs to someone else.
+  void KeepFile() { path_.clear(); }
   std::uint64_t Size() const { return size_; }
   bool Append(Bytes data);
   bool WriteAt(std::uint64_t offset, Bytes data);

@@ -281,8 +281,8 @@ TEST(ReadDataTree, CompressedIndexBlockIsFollowedByItsOwnBytes) {
   auto index = IndexBlock(1, {0x40}, true);
   s.Add(0x102, Deflated(index));
   auto r = s.Open();
-  Buf want(30, 'a');
-  want.insert(want.end(), index.begin(), index.end());
+  Buf want(30 + index.size(), 'a');
+  std::copy(index.begin(), index.end(), want.begin() + 30);
   EXPECT_EQ(Tree(*r, 0x102), want);
 }
 
