@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -19,6 +20,7 @@
 #include "store/byte_sink.h"
 #include "store/byte_source.h"
 #include "store/page_layout.h"
+#include "store/property_bag.h"
 #include "store/scan_index.h"
 #include "store/store_reader.h"
 #include "store/store_summary.h"
@@ -46,7 +48,7 @@ constexpr std::size_t kWideNodeRoot = 0xE0, kWideBlockRoot = 0xF0;
 // What one input reached, printed when STORE_FUZZ_VERBOSE is set: a seed
 // that reaches nothing is worth little.
 struct Reach {
-  std::size_t folders = 0, items = 0, subnodes = 0, treeBytes = 0, blockBytes = 0, joins = 0;
+  std::size_t folders = 0, items = 0, subnodes = 0, treeBytes = 0, blockBytes = 0, joins = 0, heapValues = 0;
 } reach;
 
 [[noreturn]] void Fail(const char* what) {
@@ -174,6 +176,49 @@ void ReadData(marrow::StoreReader& reader, std::uint64_t dataBlock) {
   reach.blockBytes += one.Data().size();
 }
 
+// Every value a heap gives is whole: never empty, in memory with its two
+// trailing zeros, or in a spill file of the size it claims.
+void CheckBag(const marrow::PropertyBag& bag) {
+  for (const marrow::PropertyValue& v : bag.Values()) {
+    Check(v.size != 0, "a heap gave an empty value");
+    if (v.spillPath.empty()) {
+      Check(v.data.size() == std::size_t{v.size} + 2, "a value's bytes do not match its size");
+      Check(v.data[v.size] == 0 && v.data[v.size + 1] == 0, "a value lacks its two closing zeros");
+    } else {
+      std::error_code ec;
+      Check(v.data.empty(), "a spilled value also holds bytes");
+      Check(std::filesystem::file_size(v.spillPath, ec) == v.size && !ec, "a spill file differs from its size");
+    }
+  }
+}
+
+// A buffer read as a heap: as a property list and as a table.
+void ReadHeap(marrow::StoreReader& reader, marrow::Bytes buffer, const std::vector<marrow::HeapSegment>* segments,
+              const marrow::SubnodeLists& subnodes) {
+  marrow::PropertyBag bag;
+  std::vector<marrow::PropertyBag> rows;
+  reader.ReadPropertyBag(buffer, &bag, &rows, segments, subnodes, false, true);
+  CheckBag(bag);
+  for (const marrow::PropertyBag& row : rows) CheckBag(row);
+  reach.heapValues += bag.size() + rows.size();
+  marrow::PropertyBag headers;
+  reader.ReadPropertyBag(buffer, &headers, nullptr, segments, subnodes, true, false);
+  CheckBag(headers);
+}
+
+// An item's property list with its subnodes, and its recipient table.
+void ReadItemHeaps(marrow::StoreReader& reader, std::uint64_t dataBlock, std::uint64_t subnodeBlock) {
+  marrow::SubnodeLists subnodes;
+  reader.ReadSubnodeList(subnodeBlock, subnodes);
+  marrow::PropertyBag bag;
+  reader.ReadBagFromBlock(dataBlock, bag, subnodes);
+  CheckBag(bag);
+  marrow::MemorySink table(marrow::kMaxBlockSize);
+  std::uint64_t child = 0;
+  reader.ReadSubnodeInto(0x692, subnodes, table, child);
+  ReadHeap(reader, table.Data(), nullptr, subnodes);
+}
+
 void NormalizeFolderBlock(marrow::StoreReader& reader, std::uint64_t dataBlock) {
   marrow::VisitedSet visited;
   std::uint64_t offset = 0, size = 0;
@@ -185,6 +230,7 @@ void NormalizeFolderBlock(marrow::StoreReader& reader, std::uint64_t dataBlock) 
   reader.NormalizeBlock(block, dataBlock, &segments);
   CheckSegments(segments);
   reach.joins += !segments.empty();
+  ReadHeap(reader, block, &segments, {});
 }
 
 // The branch-row helpers over the page at one root, as the walks use them.
@@ -284,10 +330,18 @@ void ExerciseForm(marrow::StoreReader& reader,
 
     ReadSubnodes(reader, row.subnodeBlock);
     ReadData(reader, row.dataBlock);
+    ReadItemHeaps(reader, row.dataBlock, row.subnodeBlock);
     for (const Item& item : items) {
       ReadData(reader, item.dataBlock);
       ReadSubnodes(reader, item.subnodeBlock);
+      ReadItemHeaps(reader, item.dataBlock, item.subnodeBlock);
     }
+  }
+  const std::size_t named = reader.namedProperties.size();
+  reader.LoadNameMap();
+  for (std::size_t i = named; i < reader.namedProperties.size(); ++i) {
+    const marrow::NamedProperty& n = reader.namedProperties[i];
+    Check(n.numericName >= 0x8000 && n.propId >= 0x8000 && n.guidText.size() == 38, "a malformed named property");
   }
   Check(reader.noneVotes >= 0 && reader.permuteVotes >= 0 && reader.cyclicVotes >= 0,
         "a vote counter went negative");
@@ -376,6 +430,18 @@ void ExerciseStore(const std::uint8_t* data, std::size_t size, const std::string
 
 // The codec on the raw bytes: both byte codes must undo themselves, and an
 // inflate with a smaller bound must give a prefix of the larger one.
+// The raw bytes read as one heap block, in both heap-id layouts, with a
+// made-up join of two segments so that segment ids resolve somewhere.
+void ExerciseHeap(const std::uint8_t* data, std::size_t size, const std::string& scratch) {
+  marrow::StoreReader reader(scratch);
+  const marrow::Bytes block(data, std::min<std::size_t>(size, marrow::kMaxBlockSize));
+  const std::vector<marrow::HeapSegment> segments = {{0, block.size() / 2}, {block.size() / 2, block.size() - block.size() / 2}};
+  for (bool large : {false, true}) {
+    reader.SetLargePage(large);
+    ReadHeap(reader, block, &segments, {});
+  }
+}
+
 void ExerciseCodec(const std::uint8_t* data, std::size_t size) {
   const std::size_t n = std::min<std::size_t>(size, 0x20000);
   const std::uint64_t key = size >= 4 ? marrow::ReadU32(Bytes(data, size), 0) : size;
@@ -428,15 +494,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   reach = {};
   ExerciseCodec(data, size);
   const ScratchFolder scratch;
+  ExerciseHeap(data, size, scratch.Path());
   ExerciseStore(data, size, scratch.Path());
   scratch.CheckEmpty();
   static const bool verbose = std::getenv("STORE_FUZZ_VERBOSE") != nullptr;
   if (verbose) {
     std::fprintf(stderr,
                  "reached: %zu folder rows, %zu items, %zu subnode rows, %zu tree bytes, "
-                 "%zu block bytes, %zu joins\n",
+                 "%zu block bytes, %zu joins, %zu heap values\n",
                  reach.folders, reach.items, reach.subnodes, reach.treeBytes, reach.blockBytes,
-                 reach.joins);
+                 reach.joins, reach.heapValues);
   }
   return 0;
 }
