@@ -1,0 +1,180 @@
+#include "content/property_values.h"
+
+#include <iconv.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <ctime>
+#include <fstream>
+#include <iterator>
+
+#include "store/byte_order.h"
+
+namespace marrow {
+namespace {
+
+constexpr std::uint16_t kTypeString8 = 0x001E;
+constexpr std::uint16_t kTypeUnicode = 0x001F;
+
+void AppendUtf8(std::string& out, std::uint32_t c) {
+  if (c < 0x80) {
+    out += static_cast<char>(c);
+  } else if (c < 0x800) {
+    out += static_cast<char>(0xC0 | (c >> 6));
+    out += static_cast<char>(0x80 | (c & 0x3F));
+  } else if (c < 0x10000) {
+    out += static_cast<char>(0xE0 | (c >> 12));
+    out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+    out += static_cast<char>(0x80 | (c & 0x3F));
+  } else {
+    out += static_cast<char>(0xF0 | (c >> 18));
+    out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
+    out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+    out += static_cast<char>(0x80 | (c & 0x3F));
+  }
+}
+
+std::string IconvName(unsigned codePage) {
+  switch (codePage) {
+    case 65001: return "UTF-8";
+    case 20127: return "ASCII";
+    case 28591: case 28592: case 28593: case 28594: case 28595: case 28596: case 28597: case 28598:
+    case 28599: return "ISO-8859-" + std::to_string(codePage - 28590);
+    case 28605: return "ISO-8859-15";
+    case 20866: return "KOI8-R";
+    case 21866: return "KOI8-U";
+    case 50220: case 50221: case 50222: return "ISO-2022-JP";
+    case 51932: return "EUC-JP";
+    case 51949: return "EUC-KR";
+    case 936: return "GBK";
+    case 54936: return "GB18030";
+    case 950: return "BIG5";
+    default: return "CP" + std::to_string(codePage);
+  }
+}
+
+const PropertyValue* Find(const PropertyBag& bag, std::uint16_t id) { return bag.Find(id); }
+
+}  // namespace
+
+std::vector<std::uint8_t> ValueBytes(const PropertyValue& value) {
+  if (!value.spillPath.empty()) {
+    std::ifstream in(value.spillPath, std::ios::binary);
+    return std::vector<std::uint8_t>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+  }
+  return std::vector<std::uint8_t>(value.data.begin(), value.data.begin() + std::min<std::size_t>(value.size, value.data.size()));
+}
+
+std::string Utf16ToUtf8(const std::uint8_t* bytes, std::size_t size) {
+  std::string out;
+  for (std::size_t i = 0; i + 1 < size; i += 2) {
+    std::uint32_t c = bytes[i] | (bytes[i + 1] << 8);
+    if (c == 0) break;
+    if (c >= 0xD800 && c <= 0xDBFF && i + 3 < size) {
+      const std::uint32_t low = bytes[i + 2] | (bytes[i + 3] << 8);
+      if (low >= 0xDC00 && low <= 0xDFFF) {
+        c = 0x10000 + ((c - 0xD800) << 10) + (low - 0xDC00);
+        i += 2;
+      } else {
+        c = 0xFFFD;
+      }
+    } else if (c >= 0xD800 && c <= 0xDFFF) {
+      c = 0xFFFD;
+    }
+    AppendUtf8(out, c);
+  }
+  return out;
+}
+
+std::string CodePageToUtf8(const std::uint8_t* bytes, std::size_t size, unsigned codePage) {
+  std::size_t length = 0;
+  while (length < size && bytes[length] != 0) ++length;
+  std::string out;
+  iconv_t cd = iconv_open("UTF-8", IconvName(codePage).c_str());
+  if (cd == reinterpret_cast<iconv_t>(-1)) cd = iconv_open("UTF-8", "CP1252");
+  if (cd == reinterpret_cast<iconv_t>(-1)) return std::string(reinterpret_cast<const char*>(bytes), length);
+  char* in = const_cast<char*>(reinterpret_cast<const char*>(bytes));
+  std::size_t inLeft = length;
+  char buffer[1024];
+  while (inLeft > 0) {
+    char* outPtr = buffer;
+    std::size_t outLeft = sizeof buffer;
+    const std::size_t rc = iconv(cd, &in, &inLeft, &outPtr, &outLeft);
+    out.append(buffer, sizeof buffer - outLeft);
+    if (rc == static_cast<std::size_t>(-1) && errno != E2BIG) {
+      // A byte the code page does not map: show U+FFFD and go on.
+      AppendUtf8(out, 0xFFFD);
+      ++in;
+      --inLeft;
+    }
+  }
+  iconv_close(cd);
+  return out;
+}
+
+std::string GetString(const PropertyBag& bag, std::uint16_t id, bool stripMarker, unsigned codePage) {
+  const PropertyValue* v = Find(bag, id);
+  if (v == nullptr || (v->propType != kTypeUnicode && v->propType != kTypeString8)) return {};
+  const std::vector<std::uint8_t> bytes = ValueBytes(*v);
+  std::size_t skip = 0;
+  if (stripMarker && bytes.size() >= 2 && bytes[0] == 0x01) {
+    switch (bytes[1]) {
+      case 0x00: case 0x01: case 0x04: case 0x05: case 0x06: case 0x07: case 0x10: case 0x14: case 0x1A:
+        skip = v->propType == kTypeUnicode ? 4 : 2;
+        break;
+      default:
+        break;
+    }
+  }
+  if (skip >= bytes.size()) return {};
+  if (v->propType == kTypeUnicode) return Utf16ToUtf8(bytes.data() + skip, bytes.size() - skip);
+  return CodePageToUtf8(bytes.data() + skip, bytes.size() - skip, codePage);
+}
+
+std::uint32_t GetU32(const PropertyBag& bag, std::uint16_t id) {
+  const PropertyValue* v = Find(bag, id);
+  return v != nullptr && v->size == 4 ? ReadU32(v->data, 0) : 0;
+}
+
+std::uint64_t GetU64(const PropertyBag& bag, std::uint16_t id) {
+  const PropertyValue* v = Find(bag, id);
+  if (v == nullptr) return 0;
+  if (v->size == 8) return ReadU64(v->data, 0);
+  if (v->size == 4) return ReadU32(v->data, 0);
+  return 0;
+}
+
+std::string GetDateText(const PropertyBag& bag, std::uint16_t id, bool raw) {
+  const PropertyValue* v = Find(bag, id);
+  if (v == nullptr || v->size != 8) return {};
+  const std::uint64_t filetime = ReadU64(v->data, 0);
+  // 100 ns units since 1601-01-01, as seconds since 1970.
+  const std::int64_t seconds = static_cast<std::int64_t>(filetime / 10000000) - 11644473600LL;
+  const std::time_t t = static_cast<std::time_t>(seconds);
+  std::tm local{};
+  if (localtime_r(&t, &local) == nullptr || local.tm_year + 1900 <= 1900) return {};
+  char text[64];
+  if (raw) {
+    std::snprintf(text, sizeof text, "%lld", static_cast<long long>(filetime));
+  } else if (std::strftime(text, sizeof text, "%a %m/%d/%Y %H:%M %p", &local) == 0) {
+    return {};
+  }
+  return text;
+}
+
+std::string WriteValueToFile(const PropertyBag& bag, std::uint16_t id, const std::string& path,
+                             std::uint64_t& outSize, bool& outIsUnicode) {
+  outSize = 0;
+  outIsUnicode = false;
+  const PropertyValue* v = Find(bag, id);
+  if (v == nullptr) return {};
+  outIsUnicode = v->propType == kTypeUnicode;
+  outSize = v->size;
+  if (!v->spillPath.empty()) return v->spillPath;
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  if (!out) return {};
+  out.write(reinterpret_cast<const char*>(v->data.data()), v->size);
+  return out ? path : std::string();
+}
+
+}  // namespace marrow
