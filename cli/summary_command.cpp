@@ -5,10 +5,24 @@
 
 #include "cli/commands.h"
 #include "cli/json_writer.h"
+#include "content/property_values.h"
 #include "store/store_summary.h"
 
 namespace marrow::cli {
 namespace {
+
+// What the folder tree shows of a folder: its name, class and item count.
+struct FolderText {
+  std::string name, containerClass;
+  std::uint32_t itemCount;
+};
+
+FolderText Describe(const FolderSummary& f) {
+  FolderText t{GetString(f.properties, 0x3001, false), GetString(f.properties, 0x3613, false),
+               GetU32(f.properties, 0x3602)};
+  if (t.containerClass.empty()) t.containerClass = "IPF.NOTE";
+  return t;
+}
 
 const char* CryptName(int method) {
   switch (method) {
@@ -32,15 +46,17 @@ void PrintText(const std::string& path, const StoreSummary& s) {
               static_cast<unsigned long long>(s.blockRootOffset));
   std::printf("Folders:    %zu, messages in them: %llu\n\n", s.folders.size(),
               static_cast<unsigned long long>(s.TotalMessages()));
-  std::printf("%-12s %-12s %-12s %-12s %s\n", "NodeId", "DataBlock", "SubnodeBlock", "Parent",
-              "Messages");
+  std::printf("%-12s %-12s %-12s %-12s %-8s %-6s %-18s %s\n", "NodeId", "DataBlock", "SubnodeBlock",
+              "Parent", "Messages", "Items", "Class", "Name");
   for (const FolderSummary& f : s.folders) {
-    std::printf("0x%-10llX 0x%-10llX 0x%-10llX 0x%-10llX %llu\n",
+    const FolderText t = Describe(f);
+    std::printf("0x%-10llX 0x%-10llX 0x%-10llX 0x%-10llX %-8llu %-6u %-18s %s\n",
                 static_cast<unsigned long long>(f.row.nodeId),
                 static_cast<unsigned long long>(f.row.dataBlock),
                 static_cast<unsigned long long>(f.row.subnodeBlock),
                 static_cast<unsigned long long>(f.row.parent),
-                static_cast<unsigned long long>(f.messages));
+                static_cast<unsigned long long>(f.messages), t.itemCount, t.containerClass.c_str(),
+                t.name.c_str());
   }
 }
 
@@ -76,6 +92,13 @@ void PrintJson(const StoreSummary& s) {
     w.Value(f.row.parent);
     w.Key("messages");
     w.Value(f.messages);
+    const FolderText t = Describe(f);
+    w.Key("name");
+    w.Value(t.name);
+    w.Key("containerClass");
+    w.Value(t.containerClass);
+    w.Key("itemCount");
+    w.Value(t.itemCount);
     w.EndObject();
   }
   w.EndArray();

@@ -25,15 +25,11 @@ StoreSummary SummarizeStore(StoreReader& reader) {
   StoreSummary s;
   for (const FolderRow& row : reader.folderRows) {
     if (reader.Cancelled()) break;
-    VisitedSet visited;
-    std::uint64_t offset = 0, size = 0;
-    if (reader.FindBlock(reader.blockRootOffset, row.dataBlock, offset, size, visited) &&
-        size <= kMaxBlockSize && offset < reader.FileSize()) {
-      std::vector<std::uint8_t> block = reader.ReadAt(offset, size);
-      reader.NormalizeBlock(block, row.dataBlock, nullptr);
-    }
     auto count = messagesByParent.find(row.nodeId);
-    s.folders.push_back({row, count == messagesByParent.end() ? 0 : count->second});
+    FolderSummary& f = s.folders.emplace_back();
+    f.row = row;
+    f.messages = count == messagesByParent.end() ? 0 : count->second;
+    reader.ReadBagFromBlock(row.dataBlock, f.properties, {});
   }
   s.fileSize = reader.FileSize();
   s.versionWord = reader.versionWord;

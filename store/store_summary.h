@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "store/property_bag.h"
 #include "store/store_reader.h"
 
 namespace marrow {
@@ -12,6 +13,7 @@ namespace marrow {
 struct FolderSummary {
   FolderRow row;
   std::uint64_t messages = 0;
+  PropertyBag properties;  // the folder's own property list
 };
 
 struct StoreSummary {
@@ -28,9 +30,9 @@ struct StoreSummary {
   std::uint64_t TotalMessages() const;
 };
 
-// Reads the folder rows, normalises each folder's data block as the folder
-// tree rebuild does (so that the encoding vote has run), and counts each
-// folder's messages with a listing of the node index.
+// Reads the folder rows and each folder's property list, as the folder tree
+// rebuild does (so that the encoding vote has run), and counts each
+// folder's messages.
 StoreSummary SummarizeStore(StoreReader& reader);
 
 }  // namespace marrow

@@ -46,7 +46,8 @@ TEST_F(BundledSample, JsonCarriesFormVotesAndFolders) {
   ASSERT_EQ(run.code, 0) << run.out;
   EXPECT_EQ(run.out.rfind(R"({"isAnsi":0,"isLargePage":0,"cryptMethod":1,"votes":{"none":0,"permute":37,"cyclic":0},"folders":[)", 0), 0u)
       << run.out.substr(0, 200);
-  std::regex folder(R"re(\{"nodeId":(\d+),"dataBlock":\d+,"subnodeBlock":\d+,"parent":\d+,"messages":(\d+)\})re");
+  std::regex folder(
+      R"re(\{"nodeId":(\d+),"dataBlock":\d+,"subnodeBlock":\d+,"parent":\d+,"messages":(\d+),"name":"[^"]*","containerClass":"[^"]*","itemCount":\d+\})re");
   std::size_t folders = 0, messages = 0;
   for (auto it = std::sregex_iterator(run.out.begin(), run.out.end(), folder); it != std::sregex_iterator(); ++it) {
     ++folders;
@@ -54,6 +55,10 @@ TEST_F(BundledSample, JsonCarriesFormVotesAndFolders) {
   }
   EXPECT_EQ(folders, 37u);
   EXPECT_EQ(messages, 92u);
+  EXPECT_NE(run.out.find(R"("nodeId":8546,"dataBlock":302052,"subnodeBlock":302050,"parent":8514,"messages":10,"name":"Deleted Items","containerClass":"IPF.Note","itemCount":10})"),
+            std::string::npos);
+  EXPECT_NE(run.out.find(R"("parent":290,"messages":0,"name":"","containerClass":"IPF.NOTE","itemCount":0})"), std::string::npos)
+      << "the root folder has no name; an absent class reads IPF.NOTE";
 }
 
 TEST_F(BundledSample, TextNamesTheFormAndTheVerdict) {
@@ -62,6 +67,7 @@ TEST_F(BundledSample, TextNamesTheFormAndTheVerdict) {
   EXPECT_NE(run.out.find("64-bit Unicode, 512-byte pages (version word 0x17)"), std::string::npos) << run.out;
   EXPECT_NE(run.out.find("permute (header byte 1); votes: none 0, permute 37, cyclic 0"), std::string::npos);
   EXPECT_NE(run.out.find("Folders:    37, messages in them: 92"), std::string::npos);
+  EXPECT_NE(run.out.find("IPF.Note           Deleted Items"), std::string::npos);
 }
 
 TEST(InspectCli, ExitCodes) {
