@@ -11,8 +11,11 @@ namespace {
 void Usage() {
   std::fprintf(stderr,
                "usage: marrow-cli inspect FILE [--json]\n"
+               "       marrow-cli props FILE NODEID [--json] [--rtf OUT]\n"
                "\n"
-               "  inspect   the store's form, its block encoding and the folders of its node index\n");
+               "  inspect   the store's form, its block encoding and the folders of its node index\n"
+               "  props     the properties of one node, as the advanced property view shows them;\n"
+               "            --rtf writes its compressed RTF body, decompressed, to OUT\n");
 }
 
 }  // namespace
@@ -26,6 +29,7 @@ int main(int argc, char** argv) {
   const std::string command = args[0];
   args.erase(args.begin());
   if (command == "inspect") return marrow::cli::RunInspect(args);
+  if (command == "props") return marrow::cli::RunProps(args);
   std::fprintf(stderr, "marrow-cli: unknown command \"%s\"\n", command.c_str());
   Usage();
   return 2;

@@ -3,6 +3,8 @@
 
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <regex>
 
 #include <gtest/gtest.h>
@@ -68,6 +70,38 @@ TEST_F(BundledSample, TextNamesTheFormAndTheVerdict) {
   EXPECT_NE(run.out.find("permute (header byte 1); votes: none 0, permute 37, cyclic 0"), std::string::npos);
   EXPECT_NE(run.out.find("Folders:    37, messages in them: 92"), std::string::npos);
   EXPECT_NE(run.out.find("IPF.Note           Deleted Items"), std::string::npos);
+}
+
+TEST_F(BundledSample, PropsShowsAMessageAsThePropertyViewDoes) {
+  ::setenv("TZ", "UTC", 1);
+  CliRun run = RunCli("props " + path_.string() + " 0x213624");
+  ASSERT_EQ(run.code, 0) << run.out;
+  EXPECT_NE(run.out.find("0x0037001F  PR_SUBJECT"), std::string::npos) << run.out;
+  EXPECT_NE(run.out.find("UTF-16 Unicode string        first email to saqib"), std::string::npos);
+  EXPECT_NE(run.out.find("Windows Filetime (64-bit)    4/28/2011 11:39:15 AM"), std::string::npos);
+  EXPECT_NE(run.out.find("PR_SENDER_NAME                           UTF-16 Unicode string        Saqib Razzaq"),
+            std::string::npos);
+  EXPECT_EQ(run.out.find("0x0E06"), std::string::npos) << "the row the view leaves out";
+
+  const fs::path rtf = path_.string() + ".rtf";
+  CliRun json = RunCli("props " + path_.string() + " 0x2139e4 --json --rtf " + rtf.string());
+  ASSERT_EQ(json.code, 0) << json.out;
+  // The view shows the subject with its marker (0x01 0x01), unstripped.
+  EXPECT_NE(json.out.find(R"({"tag":"0x0037001F","name":"PR_SUBJECT","type":"UTF-16 Unicode string","value":"\u0001\u0001test"})"),
+            std::string::npos)
+      << json.out.substr(0, 300);
+  EXPECT_NE(json.out.find(R"("rtfWritten":true)"), std::string::npos);
+  std::ifstream in(rtf, std::ios::binary);
+  std::string body((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  EXPECT_EQ(body.rfind("{\\rtf1\\ansi", 0), 0u);
+  EXPECT_EQ(body.substr(body.size() - 2), "}}");
+  fs::remove(rtf);
+
+  CliRun missing = RunCli("props " + path_.string() + " 0x7777777");
+  EXPECT_EQ(missing.code, 0);
+  EXPECT_NE(missing.out.find("is not in the node index"), std::string::npos);
+  EXPECT_EQ(RunCli("props " + path_.string()).code, 2);
+  EXPECT_EQ(RunCli("props " + path_.string() + " 12abc").code, 2);
 }
 
 TEST(InspectCli, ExitCodes) {
