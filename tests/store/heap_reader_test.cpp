@@ -23,11 +23,12 @@ constexpr std::uint16_t kUnicode = 0x001F;
 constexpr std::uint16_t kLong = 0x0003;
 constexpr std::uint16_t kBinary = 0x0102;
 
-Buf PropertyList(const std::vector<Buf>& values, const std::vector<Buf>& records, std::uint8_t keySize = 2) {
+Buf PropertyList(const std::vector<Buf>& values, const std::vector<Buf>& records, std::uint8_t keySize = 2,
+                 std::uint8_t valueSize = 6) {
   // Allocation 1: tree header; 2..n+1: values; last: the records.
   HeapBuilder h(0xBC);
   const std::uint32_t recordsId = (2 + static_cast<std::uint32_t>(values.size())) << 5;
-  const std::uint32_t header = h.Add(Cat({{0xB5, keySize, 6, 0}, LE(recordsId, 4)}));
+  const std::uint32_t header = h.Add(Cat({{0xB5, keySize, valueSize, 0}, LE(recordsId, 4)}));
   for (const Buf& v : values) h.Add(v);
   Buf all;
   for (const Buf& r : records) all.insert(all.end(), r.begin(), r.end());
@@ -90,6 +91,8 @@ TEST(PropertyList, WrongTreeHeaderGivesNothing) {
   StoreReader r;
   EXPECT_TRUE(Read(r, PropertyList({Wide("x")}, {Record(0x3001, kUnicode, 2 << 5)}, 4)).empty())
       << "key size 4 is not a property list";
+  EXPECT_TRUE(Read(r, PropertyList({Wide("x")}, {Record(0x3001, kUnicode, 2 << 5)}, 2, 8)).empty())
+      << "nor is value size 8";
   Buf block = PropertyList({Wide("x")}, {Record(0x3001, kUnicode, 2 << 5)});
   block[2] = 0xEB;
   EXPECT_TRUE(Read(r, block).empty());
