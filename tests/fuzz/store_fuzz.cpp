@@ -15,6 +15,9 @@
 #include <string>
 #include <vector>
 
+#include "content/property_values.h"
+#include "content/rtf_body.h"
+#include "content/value_format.h"
 #include "store/block_codec.h"
 #include "store/block_index_walk.h"
 #include "store/byte_sink.h"
@@ -192,6 +195,18 @@ void CheckBag(const marrow::PropertyBag& bag) {
   }
 }
 
+// What the property view and the body writer make of a bag: every value
+// formatted, every text read, the RTF body written and checked.
+void ShowBag(const marrow::PropertyBag& bag, const std::string& scratch) {
+  for (const marrow::PropertyValue& v : bag.Values()) {
+    marrow::FormatValue(bag, v.propId, v.propType);
+    marrow::GetString(bag, v.propId, true, 932);
+  }
+  const std::string rtf = scratch + "/body.rtf";
+  marrow::WriteRtfBody(bag, rtf);
+  std::remove(rtf.c_str());
+}
+
 // A buffer read as a heap: as a property list and as a table.
 void ReadHeap(marrow::StoreReader& reader, marrow::Bytes buffer, const std::vector<marrow::HeapSegment>* segments,
               const marrow::SubnodeLists& subnodes) {
@@ -199,6 +214,7 @@ void ReadHeap(marrow::StoreReader& reader, marrow::Bytes buffer, const std::vect
   std::vector<marrow::PropertyBag> rows;
   reader.ReadPropertyBag(buffer, &bag, &rows, segments, subnodes, false, true);
   CheckBag(bag);
+  ShowBag(bag, reader.tempFolder);
   for (const marrow::PropertyBag& row : rows) CheckBag(row);
   reach.heapValues += bag.size() + rows.size();
   marrow::PropertyBag headers;
@@ -213,6 +229,7 @@ void ReadItemHeaps(marrow::StoreReader& reader, std::uint64_t dataBlock, std::ui
   marrow::PropertyBag bag;
   reader.ReadBagFromBlock(dataBlock, bag, subnodes);
   CheckBag(bag);
+  ShowBag(bag, reader.tempFolder);
   marrow::MemorySink table(marrow::kMaxBlockSize);
   std::uint64_t child = 0;
   reader.ReadSubnodeInto(0x692, subnodes, table, child);
@@ -442,6 +459,19 @@ void ExerciseHeap(const std::uint8_t* data, std::size_t size, const std::string&
   }
 }
 
+// The raw bytes as a compressed RTF value, decompressed and checked.
+void ExerciseRtf(const std::uint8_t* data, std::size_t size, const std::string& scratch) {
+  const std::string out = scratch + "/raw.rtf";
+  if (marrow::DecompressRtf(data, size, out)) {
+    std::error_code ec;
+    const std::uintmax_t written = std::filesystem::file_size(out, ec);
+    // Each input byte gives at most 17 output bytes (a reference), plus the closing braces.
+    Check(!ec && written <= 17 * std::uintmax_t{size} + 2, "RTF output larger than its input allows");
+    marrow::CheckRtfFile(out);
+  }
+  std::remove(out.c_str());
+}
+
 void ExerciseCodec(const std::uint8_t* data, std::size_t size) {
   const std::size_t n = std::min<std::size_t>(size, 0x20000);
   const std::uint64_t key = size >= 4 ? marrow::ReadU32(Bytes(data, size), 0) : size;
@@ -495,6 +525,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   ExerciseCodec(data, size);
   const ScratchFolder scratch;
   ExerciseHeap(data, size, scratch.Path());
+  ExerciseRtf(data, size, scratch.Path());
   ExerciseStore(data, size, scratch.Path());
   scratch.CheckEmpty();
   static const bool verbose = std::getenv("STORE_FUZZ_VERBOSE") != nullptr;
