@@ -30,7 +30,9 @@ void StoreReader::ReadSubnodeList(std::uint64_t subnodeBlockId, SubnodeLists& li
   auto read = [&](std::size_t at) { return wide ? ReadU64(block, at) : ReadU32(block, at); };
   for (std::size_t r = 0; r < rows; ++r) {
     const std::size_t at = header + r * rowSize;
-    lists.push_back({read(at), read(at + field), fields == 3 ? read(at + 2 * field) : 0});
+    // A NodeId is 32 bits; wide rows pad it to 8 bytes, and some writers
+    // leave junk in the padding.
+    lists.push_back({read(at) & 0xFFFFFFFF, read(at + field), fields == 3 ? read(at + 2 * field) : 0});
   }
 }
 

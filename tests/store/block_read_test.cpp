@@ -401,3 +401,26 @@ TEST(ReadDataTree, EmptyBlockGivesNothing) {
 
 }  // namespace
 }  // namespace marrow
+
+namespace marrow {
+namespace {
+
+TEST(Subnodes, WideRowsKeepOnlyThe32BitNodeId) {
+  // Real writers leave junk in the padding of the 8-byte NodeId field.
+  test::StoreBuilder b(test::Form::Unicode512);
+  std::vector<std::uint8_t> block = {2, 0, 1, 0, 0, 0, 0, 0};
+  for (std::uint64_t v : {0x0066006900008025ull, 0x40ull, 0ull})
+    for (int i = 0; i < 8; ++i) block.push_back(static_cast<std::uint8_t>(v >> (8 * i)));
+  b.Put(0x8000, block);
+  b.BlockLeaf(0x4000, {{0x80, 0x8000, static_cast<std::uint16_t>(block.size())}});
+  b.Roots(0x4200, 0x4000);
+  StoreReader r;
+  ASSERT_TRUE(r.OpenSource(b.Source()));
+  SubnodeLists lists;
+  r.ReadSubnodeList(0x80, lists);
+  ASSERT_EQ(lists.size(), 1u);
+  EXPECT_EQ(lists[0].nodeId, 0x8025u);
+}
+
+}  // namespace
+}  // namespace marrow
