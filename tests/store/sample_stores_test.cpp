@@ -159,6 +159,39 @@ TEST(SampleStores, FolderNamesAgreeWithPffexport) {
   EXPECT_GE(compared, 340u) << "every ASCII-named folder of the 36 stores";
 }
 
+TEST(SampleStores, FolderClassesAgreeWithPffexport) {
+  MARROW_REQUIRE_TESTDATA();
+  // store -> folder id -> class as pffexport -d dumps it ("-": none).
+  std::map<std::string, std::map<std::uint64_t, std::string>> classes;
+  std::ifstream in(std::string(MARROW_SOURCE_DIR) + "/tests/data/oracle/folder_classes.tsv");
+  std::string line;
+  std::getline(in, line);
+  while (std::getline(in, line)) {
+    std::stringstream fields(line);
+    std::string store, id, cls;
+    std::getline(fields, store, '\t');
+    std::getline(fields, id, '\t');
+    std::getline(fields, cls, '\t');
+    classes[store][std::stoull(id, nullptr, 16)] = cls == "-" ? "" : cls;
+  }
+  ASSERT_GE(classes.size(), 30u) << "oracle data missing";
+  std::size_t compared = 0;
+  for (const auto& [store, folders] : classes) {
+    SCOPED_TRACE(store);
+    auto reader = OpenSample(store);
+    reader->BuildFolderRows();
+    for (const FolderRow& row : reader->folderRows) {
+      auto want = folders.find(row.nodeId);
+      if (want == folders.end()) continue;
+      PropertyBag bag;
+      ASSERT_TRUE(reader->ReadBagFromBlock(row.dataBlock, bag, {}));
+      EXPECT_EQ(DisplayName(bag.Find(0x3613)), want->second) << "folder 0x" << std::hex << row.nodeId;
+      ++compared;
+    }
+  }
+  EXPECT_GE(compared, 350u);
+}
+
 TEST(SampleStores, EveryIndexedBlockIsFoundAndEveryDataTreeIsWhole) {
   MARROW_REQUIRE_TESTDATA();
   for (const std::string& store : test::AllStores()) {
