@@ -72,16 +72,20 @@ bool TempFile::WriteAt(std::uint64_t offset, Bytes data) {
   return true;
 }
 
-std::vector<std::uint8_t> TempFile::ReadAll() const {
-  std::vector<std::uint8_t> data(size_);
+std::size_t TempFile::ReadAt(std::uint64_t offset, std::uint8_t* out, std::size_t size) const {
   std::size_t done = 0;
-  while (done < data.size()) {
-    ssize_t n = ::pread(fd_, data.data() + done, data.size() - done, static_cast<off_t>(done));
+  while (done < size) {
+    ssize_t n = ::pread(fd_, out + done, size - done, static_cast<off_t>(offset + done));
     if (n < 0 && errno == EINTR) continue;
     if (n <= 0) break;
     done += static_cast<std::size_t>(n);
   }
-  data.resize(done);
+  return done;
+}
+
+std::vector<std::uint8_t> TempFile::ReadAll() const {
+  std::vector<std::uint8_t> data(size_);
+  data.resize(ReadAt(0, data.data(), data.size()));
   return data;
 }
 

@@ -37,6 +37,8 @@ class TempFile {
   bool Append(Bytes data);
   bool WriteAt(std::uint64_t offset, Bytes data);
   std::vector<std::uint8_t> ReadAll() const;
+  // Reads up to `size` bytes at `offset`; returns how many were read.
+  std::size_t ReadAt(std::uint64_t offset, std::uint8_t* out, std::size_t size) const;
 
  private:
   TempFile(int fd, std::string path) : fd_(fd), path_(std::move(path)) {}
