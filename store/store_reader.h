@@ -162,6 +162,10 @@ class StoreReader {
 
   // Reads `size` bytes at `offset` into a zeroed buffer (short at the end of the file).
   std::vector<std::uint8_t> ReadAt(std::uint64_t offset, std::size_t size);
+  // Reads into `out` as far as the file goes; the rest of `out` is left as it was.
+  std::size_t ReadInto(std::uint64_t offset, std::span<std::uint8_t> out) {
+    return file_ ? file_->ReadAt(offset, out) : 0;
+  }
 
   // --- State, as plain fields -------------------------------------------
   std::int64_t noneVotes = 0;

@@ -1,0 +1,214 @@
+#include "store/lost_item_scanner.h"
+
+#include <array>
+#include <cstdio>
+
+#include "store/page_rows.h"
+#include "store/store_reader.h"
+
+namespace marrow {
+namespace {
+
+constexpr std::size_t kChunk = 0x10000;
+
+std::array<std::uint32_t, 256> MakeCrcTable() {
+  std::array<std::uint32_t, 256> t{};
+  for (std::uint32_t i = 0; i < 256; ++i) {
+    std::uint32_t c = i;
+    for (int k = 0; k < 8; ++k) c = c & 1 ? 0xEDB88320u ^ (c >> 1) : c >> 1;
+    t[i] = c;
+  }
+  return t;
+}
+
+// Where one trailer's fields sit inside its unit, by form.
+struct TrailerLayout {
+  std::size_t unit, size, signature, checksum, id;
+  bool wideId;
+  std::uint32_t overhead;  // trailer bytes counted in a block's length in units
+};
+constexpr TrailerLayout kAnsiTrailer{64, 0x34, 0x36, 0x3C, 0x38, false, 12};
+constexpr TrailerLayout kWideTrailer{64, 0x30, 0x32, 0x34, 0x38, true, 16};
+// The large form's trailer is 24 bytes, but lengths still count 16.
+constexpr TrailerLayout kLargeTrailer{512, 0x1E8, 0x1EA, 0x1EC, 0x1F0, true, 16};
+
+}  // namespace
+
+std::uint32_t BlockChecksum(Bytes data) {
+  static const std::array<std::uint32_t, 256> table = MakeCrcTable();
+  std::uint32_t crc = 0;
+  for (std::uint8_t b : data) crc = table[(crc ^ b) & 0xFF] ^ (crc >> 8);
+  return crc;
+}
+
+NodeRowLists::NodeRowLists(const char* suffix)
+    : nodeId(std::string("SDNLListDId") + suffix, 8),
+      dataBlock(std::string("SDNLListFOII") + suffix, 8),
+      subnodeBlock(std::string("SDNLListFOIILD") + suffix, 8),
+      parent(std::string("SDNLListPID") + suffix, 8),
+      mark(std::string("SDNLID") + suffix, 1) {}
+
+void NodeRowLists::Append(std::uint64_t id, std::uint64_t data, std::uint64_t subnode, std::uint64_t parentId) {
+  const std::uint8_t one = 1;
+  nodeId.AppendU64(id);
+  dataBlock.AppendU64(data);
+  subnodeBlock.AppendU64(subnode);
+  parent.AppendU64(parentId);
+  mark.Append(&one);
+}
+
+LostItemScanner::LostItemScanner(StoreReader& reader) : reader_(reader) {}
+
+void LostItemScanner::ScanFile() {
+  if (!reader_.IsOpen()) return;
+  const std::uint64_t size = reader_.FileSize();
+  const std::uint64_t chunks = size / kChunk;
+  const std::uint64_t rest = size % kChunk;
+  // The second half stays zero: trailer tests of the last pages reach into it.
+  // The first half keeps what the last read left there.
+  std::vector<std::uint8_t> buffer(2 * kChunk, 0);
+  for (std::uint64_t i = 0; i < chunks; ++i) {
+    if (reader_.Cancelled()) break;
+    if (i % 20 == 0) {
+      reader_.Sink().SetProgress(static_cast<int>(i * 100 / chunks));
+      char status[96];
+      std::snprintf(status, sizeof status, "Processing : %llu of %llu", static_cast<unsigned long long>(i * kChunk),
+                    static_cast<unsigned long long>(chunks * kChunk));
+      reader_.Sink().SetStatusLine(status);
+    }
+    reader_.ReadInto(i * kChunk, std::span<std::uint8_t>(buffer.data(), kChunk));
+    ScanChunk(buffer, kChunk, i * kChunk);
+  }
+  if (rest != 0) {
+    reader_.ReadInto(size - rest, std::span<std::uint8_t>(buffer.data(), rest));
+    ScanChunk(buffer, rest, size - rest);
+  }
+}
+
+void LostItemScanner::ScanChunk(Bytes buffer, std::size_t length, std::uint64_t baseOffset) {
+  const std::size_t page = reader_.IsLargePage() ? 4096 : 512;
+  for (std::size_t j = 0; j < length / page; ++j) {
+    currentOffset = baseOffset + j * page;
+    ScanPage(buffer.subspan(j * page), page);
+  }
+}
+
+void LostItemScanner::ScanPage(Bytes page, std::size_t length) {
+  std::uint8_t type = 0;
+  if (reader_.IsLargePage()) {
+    type = ReadU8(page, 0xFE8);
+  } else {
+    const std::size_t at = reader_.IsAnsi() ? 0x1F4 : 0x1F0;
+    const std::uint8_t repeat = ReadU8(page, at + 1);
+    type = ReadU8(page, at) == repeat ? repeat : 0;  // no agreed type: data
+  }
+  if (type == kPageTypeNodeIndex) {
+    ExtractNodeRows(page.first(length));
+  } else if (type == kPageTypeBlockIndex || (type >= 0x82 && type <= 0x86)) {
+    return;
+  } else {
+    ScanBlockTrailers(page, length);
+  }
+}
+
+void LostItemScanner::ExtractNodeRows(Bytes page) {
+  const bool large = reader_.IsLargePage();
+  const bool ansi = reader_.IsAnsi() != 0;
+  const PageLayout& layout = LayoutFor(ansi, large);
+  PageFields f = ReadPageFields(page, layout);
+  const bool nodeLeaf = f.level == 0;
+  const unsigned wantMax = nodeLeaf ? layout.nodeLeafMax : layout.otherMax;
+  const unsigned wantSize = nodeLeaf ? layout.nodeLeafSize : layout.otherSize;
+  if (f.max != wantMax || f.size != wantSize) return;
+  unsigned count = 0;
+  if (large) {
+    // The stored count stands here; branch pages are read as rows too.
+    if (f.count > f.max) return;
+    count = std::size_t{f.count} * f.size > layout.rowLimit ? layout.rowLimit / f.size : f.count;
+  } else {
+    // Every slot is read, also those behind the count: deleted rows stay there.
+    if (f.level != 0) return;
+    count = static_cast<unsigned>(layout.rowLimit / f.size);
+  }
+  if (count > 254) count = 255;
+  NodeEntry previous{0, 0, 0, 0};
+  for (unsigned i = 0; i < count; ++i) {
+    const NodeEntry e = ReadNodeEntry(RowAt(page, i, f.size), ansi);
+    if (e.nodeId == previous.nodeId && e.dataBlock == previous.dataBlock &&
+        e.subnodeBlock == previous.subnodeBlock && e.parent == previous.parent) {
+      continue;
+    }
+    previous = e;
+    const std::uint32_t kind = e.nodeId & kNodeTypeMask;
+    if (kind == kNodeTypeFolder) folders.Append(e.nodeId, e.dataBlock, e.subnodeBlock, e.parent);
+    if (kind == kNodeTypeMessage) messages.Append(e.nodeId, e.dataBlock, e.subnodeBlock, e.parent);
+  }
+}
+
+void LostItemScanner::ScanBlockTrailers(Bytes page, std::size_t length) {
+  const bool large = reader_.IsLargePage();
+  const bool ansi = reader_.IsAnsi() != 0;
+  const TrailerLayout& t = large ? kLargeTrailer : ansi ? kAnsiTrailer : kWideTrailer;
+  // Sixty-four tests a page in every form; the large form's units are
+  // 512 bytes, so its tests reach 32 KiB past the page.
+  for (std::size_t k = 0; k < length / 64; ++k) {
+    const Bytes unit = page.size() > k * t.unit ? page.subspan(k * t.unit) : Bytes();
+    const std::uint32_t size = ReadU16(unit, t.size);
+    const std::uint16_t signature = ReadU16(unit, t.signature);
+    const std::uint32_t checksum = ReadU32(unit, t.checksum);
+    const std::uint64_t id = t.wideId ? ReadU64(unit, t.id) : ReadU32(unit, t.id);
+    if (size == 0) continue;
+    if (large ? static_cast<std::int64_t>(id) <= 0 : size > 0x2000) continue;
+    const std::int64_t e = static_cast<std::int64_t>(currentOffset + k * t.unit);
+    if (e - static_cast<std::int64_t>(size) + static_cast<std::int64_t>(t.unit) <= 0) continue;
+    const std::int64_t units = (size + t.overhead + t.unit - 1) / t.unit;
+    const std::int64_t start = e + static_cast<std::int64_t>(t.unit) - units * static_cast<std::int64_t>(t.unit);
+    if (start < 0) continue;  // a block cannot begin before the file
+    std::uint64_t x = static_cast<std::uint64_t>(start) ^ id;
+    if (ansi) x &= 0xFFFFFFFFu;
+    const std::uint16_t expected = static_cast<std::uint16_t>(x ^ (x >> 16));
+    if (expected != signature && !CheckBlockAt(static_cast<std::uint64_t>(start), size, checksum)) continue;
+    blockOffsets.AppendU64(static_cast<std::uint64_t>(start));
+    blockIds.AppendU64(id);
+    const std::uint16_t size16 = static_cast<std::uint16_t>(size);
+    blockSizes.Append(&size16);
+  }
+}
+
+bool LostItemScanner::CheckBlockAt(std::uint64_t offset, std::uint32_t size, std::uint32_t checksum) {
+  if (offset >= reader_.FileSize()) return false;
+  const std::vector<std::uint8_t> data = reader_.ReadAt(offset, size);
+  return BlockChecksum(data) == checksum;
+}
+
+bool LostItemScanner::ScanFindBlock(std::uint64_t blockId, std::uint64_t& offset, std::uint64_t& size) {
+  blockIds.Rewind();
+  blockOffsets.Rewind();
+  blockSizes.Rewind();
+  std::uint64_t id = 0, at = 0;
+  std::uint16_t length = 0;
+  while (blockIds.NextU64(id) && blockOffsets.NextU64(at) && blockSizes.Next(&length)) {
+    if (id == blockId) {
+      offset = at;
+      size = length;
+      return true;
+    }
+  }
+  return false;
+}
+
+void LostItemScanner::ScanAllBlocks(std::uint64_t blockId, std::vector<std::uint64_t>& offsets,
+                                    std::vector<std::uint64_t>& sizes) {
+  blockIds.Rewind();
+  blockOffsets.Rewind();
+  blockSizes.Rewind();
+  std::uint64_t id = 0, at = 0;
+  std::uint16_t length = 0;
+  while (blockIds.NextU64(id) && blockOffsets.NextU64(at) && blockSizes.Next(&length)) {
+    if (id != blockId) continue;
+    offsets.push_back(at);
+    sizes.push_back(length);
+  }
+}
+
+}  // namespace marrow

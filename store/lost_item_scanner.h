@@ -1,0 +1,58 @@
+// The whole-file scan: finds node rows and block trailers that the indexes
+// no longer reach, and keeps them in disk-backed lists.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "store/byte_order.h"
+#include "store/disk_list.h"
+#include "store/scan_index.h"
+
+namespace marrow {
+
+class StoreReader;
+
+// One table of scanned node rows: NodeId, data block, subnode block, parent
+// and a mark, appended in step.
+struct NodeRowLists {
+  explicit NodeRowLists(const char* suffix);
+  DiskList nodeId, dataBlock, subnodeBlock, parent, mark;
+  void Append(std::uint64_t id, std::uint64_t data, std::uint64_t subnode, std::uint64_t parentId);
+};
+
+class LostItemScanner final : public ScanIndex {
+ public:
+  // The scanner reads the reader's file and form at each use.
+  explicit LostItemScanner(StoreReader& reader);
+
+  void ScanFile();
+  void ScanChunk(Bytes buffer, std::size_t length, std::uint64_t baseOffset);
+  // `page` runs from the page to the end of the scan buffer: trailer tests
+  // of the large form reach past the page itself.
+  void ScanPage(Bytes page, std::size_t length);
+  void ExtractNodeRows(Bytes page) override;
+  void ScanBlockTrailers(Bytes page, std::size_t length);
+  bool CheckBlockAt(std::uint64_t offset, std::uint32_t size, std::uint32_t checksum);
+
+  bool ScanFindBlock(std::uint64_t blockId, std::uint64_t& offset, std::uint64_t& size) override;
+  void ScanAllBlocks(std::uint64_t blockId, std::vector<std::uint64_t>& offsets, std::vector<std::uint64_t>& sizes);
+
+  // Folder rows, message rows, and the block lists (id, file offset, size).
+  NodeRowLists folders{""};
+  NodeRowLists messages{"2"};
+  DiskList blockIds{"SONListID", 8};
+  DiskList blockOffsets{"SONListFO", 8};
+  DiskList blockSizes{"SONListS", 2};
+
+  std::uint64_t currentOffset = 0;
+
+ private:
+  StoreReader& reader_;
+};
+
+// The reflected CRC-32 (polynomial 0xEDB88320) started at 0, with no final
+// inversion, as block trailers store it.
+std::uint32_t BlockChecksum(Bytes data);
+
+}  // namespace marrow
