@@ -22,6 +22,7 @@
 #include "store/block_index_walk.h"
 #include "store/byte_sink.h"
 #include "store/byte_source.h"
+#include "store/lost_item_scanner.h"
 #include "store/page_layout.h"
 #include "store/property_bag.h"
 #include "store/scan_index.h"
@@ -384,6 +385,26 @@ void CheckSummary(marrow::StoreReader& reader, std::size_t size) {
   reader.SetProgressSink(nullptr);
 }
 
+// The whole-file scan in each form: its tables stay aligned, and every block
+// it reports can be looked up again through it.
+void ExerciseScan(marrow::StoreReader& reader) {
+  for (const auto& [ansi, large] : {std::pair{1, false}, std::pair{0, false}, std::pair{0, true}}) {
+    reader.SetAnsi(ansi);
+    reader.SetLargePage(large);
+    marrow::LostItemScanner scan(reader);
+    scan.ScanFile();
+    Check(scan.folders.nodeId.RecordCount() == scan.folders.mark.RecordCount() &&
+              scan.messages.parent.RecordCount() == scan.messages.mark.RecordCount() &&
+              scan.blockIds.RecordCount() == scan.blockSizes.RecordCount(),
+          "scan lists out of step");
+    scan.blockIds.Rewind();
+    std::uint64_t id = 0, offset = 0, size = 0;
+    for (int i = 0; i < 4 && scan.blockIds.NextU64(id); ++i) {
+      Check(scan.ScanFindBlock(id, offset, size) && size != 0, "a scanned block is not found again");
+    }
+  }
+}
+
 void ExerciseStore(const std::uint8_t* data, std::size_t size, const std::string& scratch) {
   marrow::StoreReader reader(scratch);
   if (!reader.OpenSource(
@@ -443,6 +464,7 @@ void ExerciseStore(const std::uint8_t* data, std::size_t size, const std::string
   reader.SetScanIndex(nullptr);
 
   CheckSummary(reader, size);
+  ExerciseScan(reader);
 }
 
 // The codec on the raw bytes: both byte codes must undo themselves, and an
