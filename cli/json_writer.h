@@ -20,6 +20,12 @@ class JsonWriter {
   void Value(unsigned v) { Value(static_cast<std::uint64_t>(v)); }
   void Value(const std::string& v);
   void Value(bool v);
+  // Key and value together.
+  template <typename T>
+  void Member(const std::string& key, const T& value) {
+    Key(key);
+    Value(value);
+  }
   const std::string& Text() const { return out_; }
 
  private:

@@ -82,26 +82,20 @@ int RunProps(const std::vector<std::string>& args) {
   if (json) {
     JsonWriter w;
     w.BeginObject();
-    w.Key("nodeId");
-    w.Value(nodeId);
+    w.Member("nodeId", nodeId);
     w.Key("properties");
     w.BeginArray();
     for (const Row& r : rows) {
       w.BeginObject();
-      w.Key("tag");
-      w.Value(r.tag);
-      w.Key("name");
-      w.Value(r.name);
-      w.Key("type");
-      w.Value(r.type);
-      w.Key("value");
-      w.Value(r.value);
+      w.Member("tag", r.tag);
+      w.Member("name", r.name);
+      w.Member("type", r.type);
+      w.Member("value", r.value);
       w.EndObject();
     }
     w.EndArray();
     if (!rtfOut.empty()) {
-      w.Key("rtfWritten");
-      w.Value(rtfWritten);
+      w.Member("rtfWritten", rtfWritten);
     }
     w.EndObject();
     std::printf("%s\n", w.Text().c_str());

@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <ctime>
 #include <fstream>
-#include <iterator>
 
 #include "store/byte_order.h"
 
@@ -53,17 +52,9 @@ std::string IconvName(unsigned codePage) {
   }
 }
 
-const PropertyValue* Find(const PropertyBag& bag, std::uint16_t id) { return bag.Find(id); }
-
 }  // namespace
 
-std::vector<std::uint8_t> ValueBytes(const PropertyValue& value) {
-  if (!value.spillPath.empty()) {
-    std::ifstream in(value.spillPath, std::ios::binary);
-    return std::vector<std::uint8_t>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-  }
-  return std::vector<std::uint8_t>(value.data.begin(), value.data.begin() + std::min<std::size_t>(value.size, value.data.size()));
-}
+std::vector<std::uint8_t> ValueBytes(const PropertyValue& value) { return value.Bytes(); }
 
 std::string Utf16ToUtf8(const std::uint8_t* bytes, std::size_t size) {
   std::string out;
@@ -113,7 +104,7 @@ std::string CodePageToUtf8(const std::uint8_t* bytes, std::size_t size, unsigned
 }
 
 std::string GetString(const PropertyBag& bag, std::uint16_t id, bool stripMarker, unsigned codePage) {
-  const PropertyValue* v = Find(bag, id);
+  const PropertyValue* v = bag.Find(id);
   if (v == nullptr || (v->propType != kTypeUnicode && v->propType != kTypeString8)) return {};
   const std::vector<std::uint8_t> bytes = ValueBytes(*v);
   std::size_t skip = 0;
@@ -132,12 +123,12 @@ std::string GetString(const PropertyBag& bag, std::uint16_t id, bool stripMarker
 }
 
 std::uint32_t GetU32(const PropertyBag& bag, std::uint16_t id) {
-  const PropertyValue* v = Find(bag, id);
+  const PropertyValue* v = bag.Find(id);
   return v != nullptr && v->size == 4 ? ReadU32(v->data, 0) : 0;
 }
 
 std::uint64_t GetU64(const PropertyBag& bag, std::uint16_t id) {
-  const PropertyValue* v = Find(bag, id);
+  const PropertyValue* v = bag.Find(id);
   if (v == nullptr) return 0;
   if (v->size == 8) return ReadU64(v->data, 0);
   if (v->size == 4) return ReadU32(v->data, 0);
@@ -145,7 +136,7 @@ std::uint64_t GetU64(const PropertyBag& bag, std::uint16_t id) {
 }
 
 std::string GetDateText(const PropertyBag& bag, std::uint16_t id, bool raw) {
-  const PropertyValue* v = Find(bag, id);
+  const PropertyValue* v = bag.Find(id);
   if (v == nullptr || v->size != 8) return {};
   const std::uint64_t filetime = ReadU64(v->data, 0);
   // 100 ns units since 1601-01-01, as seconds since 1970.
@@ -166,7 +157,7 @@ std::string WriteValueToFile(const PropertyBag& bag, std::uint16_t id, const std
                              std::uint64_t& outSize, bool& outIsUnicode) {
   outSize = 0;
   outIsUnicode = false;
-  const PropertyValue* v = Find(bag, id);
+  const PropertyValue* v = bag.Find(id);
   if (v == nullptr) return {};
   outIsUnicode = v->propType == kTypeUnicode;
   outSize = v->size;

@@ -46,16 +46,14 @@ bool StoreReader::ReadHeapValue(Bytes buffer, std::uint64_t mapBase, std::uint16
                                 const std::vector<HeapSegment>* segments,
                                 const SubnodeLists& subnodes, bool skipSubnodes,
                                 PropertyValue& out) {
-  std::uint8_t field[4];
-  for (int i = 0; i < 4; ++i) field[i] = static_cast<std::uint8_t>(value >> (8 * i));
   if (IsInlineType(type)) {
-    out = PropertyValue::InMemory(id, type, field, 4);
+    out = PropertyValue::FromU32(id, type, value);
     return true;
   }
   if (IsSubnodeReference(value)) {
     // Attachments are read on demand: the value is the reference itself.
     if (id == kAttachDataObject) {
-      out = PropertyValue::InMemory(id, type, field, 4);
+      out = PropertyValue::FromU32(id, type, value);
       return true;
     }
     if (skipSubnodes && id != kHeadersOnlyException) return false;
@@ -151,10 +149,8 @@ void StoreReader::ReadTableRows(Bytes buffer, const HeapMap& map, std::vector<Pr
       PropertyValue value;
       if (ReadHeapValue(buffer, m, id, type, v, segments, subnodes, false, value) && value.size != 0) {
         bag.Append(std::move(value));
-      } else if (id == 0x3701) {
-        std::uint8_t field[4] = {static_cast<std::uint8_t>(v), static_cast<std::uint8_t>(v >> 8),
-                                 static_cast<std::uint8_t>(v >> 16), static_cast<std::uint8_t>(v >> 24)};
-        bag.Append(PropertyValue::InMemory(id, type, field, 4));
+      } else if (id == kAttachDataObject) {
+        bag.Append(PropertyValue::FromU32(id, type, v));
       }
     }
     rows->push_back(std::move(bag));

@@ -181,34 +181,39 @@ bool LostItemScanner::CheckBlockAt(std::uint64_t offset, std::uint32_t size, std
   return BlockChecksum(data) == checksum;
 }
 
-bool LostItemScanner::ScanFindBlock(std::uint64_t blockId, std::uint64_t& offset, std::uint64_t& size) {
+template <typename Visit>
+void LostItemScanner::ForEachScannedBlock(Visit visit) {
   blockIds.Rewind();
   blockOffsets.Rewind();
   blockSizes.Rewind();
   std::uint64_t id = 0, at = 0;
   std::uint16_t length = 0;
   while (blockIds.NextU64(id) && blockOffsets.NextU64(at) && blockSizes.Next(&length)) {
-    if (id == blockId) {
-      offset = at;
-      size = length;
-      return true;
-    }
+    if (!visit(id, at, length)) return;
   }
-  return false;
+}
+
+bool LostItemScanner::ScanFindBlock(std::uint64_t blockId, std::uint64_t& offset, std::uint64_t& size) {
+  bool found = false;
+  ForEachScannedBlock([&](std::uint64_t id, std::uint64_t at, std::uint16_t length) {
+    if (id != blockId) return true;
+    offset = at;
+    size = length;
+    found = true;
+    return false;  // the first match wins
+  });
+  return found;
 }
 
 void LostItemScanner::ScanAllBlocks(std::uint64_t blockId, std::vector<std::uint64_t>& offsets,
                                     std::vector<std::uint64_t>& sizes) {
-  blockIds.Rewind();
-  blockOffsets.Rewind();
-  blockSizes.Rewind();
-  std::uint64_t id = 0, at = 0;
-  std::uint16_t length = 0;
-  while (blockIds.NextU64(id) && blockOffsets.NextU64(at) && blockSizes.Next(&length)) {
-    if (id != blockId) continue;
-    offsets.push_back(at);
-    sizes.push_back(length);
-  }
+  ForEachScannedBlock([&](std::uint64_t id, std::uint64_t at, std::uint16_t length) {
+    if (id == blockId) {
+      offsets.push_back(at);
+      sizes.push_back(length);
+    }
+    return true;
+  });
 }
 
 }  // namespace marrow

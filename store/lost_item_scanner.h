@@ -48,6 +48,10 @@ class LostItemScanner final : public ScanIndex {
   std::uint64_t currentOffset = 0;
 
  private:
+  // Reads the three block lists in step; `visit(id, offset, size)` returns false to stop.
+  template <typename Visit>
+  void ForEachScannedBlock(Visit visit);
+
   StoreReader& reader_;
 };
 

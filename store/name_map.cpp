@@ -1,7 +1,5 @@
 // The store's named properties, read from node 0x61.
 #include <cstdio>
-#include <fstream>
-#include <iterator>
 
 #include "store/property_bag.h"
 #include "store/store_reader.h"
@@ -13,13 +11,9 @@ constexpr std::uint64_t kNameMapNode = 0x61;
 constexpr std::uint16_t kGuidStream = 0x0002;
 constexpr std::uint16_t kEntryStream = 0x0003;
 
-std::vector<std::uint8_t> ValueBytes(const PropertyValue* v) {
-  if (v == nullptr) return {};
-  if (!v->spillPath.empty()) {
-    std::ifstream in(v->spillPath, std::ios::binary);
-    return std::vector<std::uint8_t>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-  }
-  return std::vector<std::uint8_t>(v->data.begin(), v->data.begin() + v->size);
+std::vector<std::uint8_t> StreamBytes(const PropertyBag& bag, std::uint16_t id) {
+  const PropertyValue* v = bag.Find(id);
+  return v != nullptr ? v->Bytes() : std::vector<std::uint8_t>();
 }
 
 // The GUID's text, its first three fields little-endian as stored.
@@ -42,12 +36,12 @@ void StoreReader::LoadNameMap() {
   ReadBagFromBlock(dataBlock, bag, subnodes);
 
   std::vector<std::string> guids;
-  const std::vector<std::uint8_t> guidBytes = ValueBytes(bag.Find(kGuidStream));
+  const std::vector<std::uint8_t> guidBytes = StreamBytes(bag, kGuidStream);
   for (std::size_t at = 0; at + 16 <= guidBytes.size(); at += 16) guids.push_back(GuidText(&guidBytes[at]));
 
   // Entries name a property set by index: 1 and 2 are built-in sets, 3 and
   // up index the GUID stream. Names given as strings are not resolved.
-  const std::vector<std::uint8_t> entries = ValueBytes(bag.Find(kEntryStream));
+  const std::vector<std::uint8_t> entries = StreamBytes(bag, kEntryStream);
   for (std::size_t at = 0; at + 8 <= entries.size(); at += 8) {
     const Bytes e(&entries[at], 8);
     const std::uint32_t name = ReadU32(e, 0);

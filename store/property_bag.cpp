@@ -2,6 +2,9 @@
 
 #include <unistd.h>
 
+#include <fstream>
+#include <iterator>
+
 namespace marrow {
 
 PropertyValue::~PropertyValue() {
@@ -50,6 +53,20 @@ PropertyValue PropertyValue::Spilled(std::uint16_t id, std::uint16_t type, std::
   v.size = size;
   v.spillPath = std::move(path);
   return v;
+}
+
+PropertyValue PropertyValue::FromU32(std::uint16_t id, std::uint16_t type, std::uint32_t value) {
+  const std::uint8_t field[4] = {static_cast<std::uint8_t>(value), static_cast<std::uint8_t>(value >> 8),
+                                 static_cast<std::uint8_t>(value >> 16), static_cast<std::uint8_t>(value >> 24)};
+  return InMemory(id, type, field, 4);
+}
+
+std::vector<std::uint8_t> PropertyValue::Bytes() const {
+  if (!spillPath.empty()) {
+    std::ifstream in(spillPath, std::ios::binary);
+    return std::vector<std::uint8_t>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+  }
+  return std::vector<std::uint8_t>(data.begin(), data.begin() + std::min<std::size_t>(size, data.size()));
 }
 
 const PropertyValue* PropertyBag::Find(std::uint16_t id) const {

@@ -23,6 +23,11 @@ class PropertyValue {
                                 std::size_t size);
   // A value kept in a file of `size` bytes, which the value now owns.
   static PropertyValue Spilled(std::uint16_t id, std::uint16_t type, std::string path, std::uint32_t size);
+  // A 4-byte value: an inline number, or a reference such as a subnode's NodeId.
+  static PropertyValue FromU32(std::uint16_t id, std::uint16_t type, std::uint32_t value);
+
+  // The value's bytes: from memory, or the whole spill file (empty if it cannot be read).
+  std::vector<std::uint8_t> Bytes() const;
 
   std::uint16_t propId = 0;
   std::uint16_t propType = 0;

@@ -85,13 +85,13 @@ void StoreReader::UpdateCryptMethod(int fallback) {
 
 std::vector<std::uint8_t> StoreReader::ReadAt(std::uint64_t offset, std::size_t size) {
   std::vector<std::uint8_t> data(size, 0);
-  if (file_) file_->ReadAt(offset, data);
+  ReadInto(offset, data);
   return data;
 }
 
 void StoreReader::ReadPage(std::uint64_t offset, std::vector<std::uint8_t>& page) {
   page.assign(Layout().pageSize, 0);
-  if (file_) file_->ReadAt(offset, page);
+  ReadInto(offset, page);
 }
 
 }  // namespace marrow

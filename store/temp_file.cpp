@@ -55,10 +55,7 @@ void TempFile::Unlink() {
   path_.clear();
 }
 
-bool TempFile::Append(Bytes data) {
-  if (!WriteAt(size_, data)) return false;
-  return true;
-}
+bool TempFile::Append(Bytes data) { return WriteAt(size_, data); }
 
 bool TempFile::WriteAt(std::uint64_t offset, Bytes data) {
   std::size_t done = 0;

@@ -4,17 +4,12 @@
 #include <gtest/gtest.h>
 
 #include "store/disk_list.h"
+#include "tests/support/disk_list_column.h"
 
 namespace marrow {
 namespace {
 
-std::vector<std::uint64_t> ReadAll(DiskList& list) {
-  std::vector<std::uint64_t> out;
-  list.Rewind();
-  std::uint64_t v = 0;
-  while (list.NextU64(v)) out.push_back(v);
-  return out;
-}
+using test::Column;
 
 TEST(DiskList, EmptyListEndsAtOnceAndStaysEnded) {
   DiskList list("SDNLListDId", 8);
@@ -29,7 +24,7 @@ TEST(DiskList, ShortListIsReadFromTheBufferAlone) {
   DiskList list("SONListID", 8);
   for (std::uint64_t i = 1; i <= 10; ++i) list.AppendU64(i * 3);
   EXPECT_EQ(std::filesystem::file_size(list.Path()), 0u) << "nothing written yet";
-  EXPECT_EQ(ReadAll(list), (std::vector<std::uint64_t>{3, 6, 9, 12, 15, 18, 21, 24, 27, 30}));
+  EXPECT_EQ(Column(list), (std::vector<std::uint64_t>{3, 6, 9, 12, 15, 18, 21, 24, 27, 30}));
   std::uint64_t v = 0;
   EXPECT_FALSE(list.NextU64(v)) << "past the end it keeps saying no";
   EXPECT_EQ(list.ReadCount(), 10u);
@@ -41,7 +36,7 @@ TEST(DiskList, TheRecordAfterAFullBufferFlushesIt) {
   EXPECT_EQ(std::filesystem::file_size(list.Path()), 0u) << "8192 records of 8 bytes fill the buffer exactly";
   list.AppendU64(8192);
   EXPECT_EQ(std::filesystem::file_size(list.Path()), 0x10000u);
-  std::vector<std::uint64_t> all = ReadAll(list);
+  std::vector<std::uint64_t> all = Column(list);
   ASSERT_EQ(all.size(), 8193u);
   for (std::uint64_t i = 0; i < all.size(); ++i) ASSERT_EQ(all[i], i);
 }

@@ -7,6 +7,7 @@
 #include "store/block_index_walk.h"
 #include "store/lost_item_scanner.h"
 #include "store/store_reader.h"
+#include "tests/support/disk_list_column.h"
 #include "tests/support/store_builder.h"
 #include "tests/support/test_data.h"
 
@@ -17,13 +18,7 @@ using test::Form;
 using test::NodeRow;
 using test::StoreBuilder;
 
-std::vector<std::uint64_t> Column(DiskList& list) {
-  std::vector<std::uint64_t> out;
-  list.Rewind();
-  std::uint64_t v = 0;
-  while (list.NextU64(v)) out.push_back(v);
-  return out;
-}
+using test::Column;
 
 TEST(Scanner, RealStoresGiveEveryIndexedBlockAndNodeRow) {
   MARROW_REQUIRE_TESTDATA();
