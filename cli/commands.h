@@ -8,5 +8,6 @@ namespace marrow::cli {
 // Each returns the process exit code.
 int RunInspect(const std::vector<std::string>& args);
 int RunProps(const std::vector<std::string>& args);
+int RunTree(const std::vector<std::string>& args);
 
 }  // namespace marrow::cli

@@ -77,6 +77,46 @@ std::string Utf16ToUtf8(const std::uint8_t* bytes, std::size_t size) {
   return out;
 }
 
+std::vector<std::uint8_t> Utf8ToUtf16(const std::string& text) {
+  std::vector<std::uint8_t> out;
+  out.reserve(text.size() * 2);
+  auto put = [&out](std::uint32_t unit) {
+    out.push_back(static_cast<std::uint8_t>(unit));
+    out.push_back(static_cast<std::uint8_t>(unit >> 8));
+  };
+  const auto* s = reinterpret_cast<const unsigned char*>(text.data());
+  const std::size_t n = text.size();
+  for (std::size_t i = 0; i < n;) {
+    const unsigned char lead = s[i];
+    std::uint32_t c = 0xFFFD;
+    std::size_t length = 1;
+    const std::size_t want = lead < 0x80 ? 1 : (lead >> 5) == 6 ? 2 : (lead >> 4) == 14 ? 3 : (lead >> 3) == 30 ? 4 : 0;
+    if (want == 1) {
+      c = lead;
+    } else if (want > 1 && i + want <= n) {
+      std::uint32_t v = lead & (0x7F >> want);
+      bool good = true;
+      for (std::size_t k = 1; k < want; ++k) {
+        if ((s[i + k] & 0xC0) != 0x80) good = false;
+        v = (v << 6) | (s[i + k] & 0x3F);
+      }
+      static const std::uint32_t kMin[] = {0, 0, 0x80, 0x800, 0x10000};
+      if (good && v >= kMin[want] && v <= 0x10FFFF && (v < 0xD800 || v > 0xDFFF)) {
+        c = v;
+        length = want;
+      }
+    }
+    i += length;
+    if (c >= 0x10000) {
+      put(0xD800 + ((c - 0x10000) >> 10));
+      put(0xDC00 + ((c - 0x10000) & 0x3FF));
+    } else {
+      put(c);
+    }
+  }
+  return out;
+}
+
 std::string CodePageToUtf8(const std::uint8_t* bytes, std::size_t size, unsigned codePage) {
   std::size_t length = 0;
   while (length < size && bytes[length] != 0) ++length;

@@ -16,6 +16,8 @@ std::vector<std::uint8_t> ValueBytes(const PropertyValue& value);
 
 // UTF-16LE up to the first NUL, as UTF-8; unpaired surrogates become U+FFFD.
 std::string Utf16ToUtf8(const std::uint8_t* bytes, std::size_t size);
+// UTF-8 as UTF-16LE, without a terminator; broken sequences become U+FFFD.
+std::vector<std::uint8_t> Utf8ToUtf16(const std::string& text);
 // 8-bit text in `codePage` up to the first NUL, as UTF-8.
 std::string CodePageToUtf8(const std::uint8_t* bytes, std::size_t size, unsigned codePage);
 

@@ -161,10 +161,15 @@ bool StoreReader::ReadBagFromBlock(std::uint64_t dataBlock, PropertyBag& bag, co
   VisitedSet visited;
   std::uint64_t offset = 0, size = 0;
   if (!FindBlock(blockRootOffset, dataBlock, offset, size, visited)) return false;
+  return ReadBagAt(offset, size, dataBlock, bag, subnodes);
+}
+
+bool StoreReader::ReadBagAt(std::uint64_t offset, std::uint64_t size, std::uint64_t blockId, PropertyBag& bag,
+                            const SubnodeLists& subnodes) {
   if (size > kMaxBlockSize || offset >= FileSize()) return false;
   std::vector<std::uint8_t> block = ReadAt(offset, size);
   std::vector<HeapSegment> segments;
-  NormalizeBlock(block, dataBlock, &segments);
+  NormalizeBlock(block, blockId, &segments);
   ReadPropertyBag(block, &bag, nullptr, &segments, subnodes, false, false);
   return true;
 }

@@ -145,6 +145,29 @@ void LostItemScanner::ExtractNodeRows(Bytes page) {
   }
 }
 
+void LostItemScanner::ExtractBlockRows(Bytes page) {
+  const bool large = reader_.IsLargePage();
+  const bool ansi = reader_.IsAnsi() != 0;
+  const PageLayout& layout = LayoutFor(ansi, large);
+  PageFields f = ReadPageFields(page, layout);
+  if (f.max != layout.otherMax || f.size != layout.otherSize) return;
+  unsigned count = 0;
+  if (large) {
+    if (f.count > f.max) return;
+    count = std::size_t{f.count} * f.size > layout.rowLimit ? layout.rowLimit / f.size : f.count;
+  } else {
+    if (f.level != 0) return;
+    count = static_cast<unsigned>(layout.rowLimit / f.size);
+  }
+  if (count > 254) count = 255;
+  for (unsigned i = 0; i < count; ++i) {
+    const BlockEntry e = ReadBlockEntry(RowAt(page, i, f.size), ansi);
+    blockOffsets.AppendU64(e.fileOffset);
+    blockIds.AppendU64(e.blockId);
+    blockSizes.Append(&e.size);
+  }
+}
+
 void LostItemScanner::ScanBlockTrailers(Bytes page, std::size_t length) {
   const bool large = reader_.IsLargePage();
   const bool ansi = reader_.IsAnsi() != 0;

@@ -32,6 +32,8 @@ class LostItemScanner final : public ScanIndex {
   // of the large form reach past the page itself.
   void ScanPage(Bytes page, std::size_t length);
   void ExtractNodeRows(Bytes page) override;
+  // Rows of a block index leaf met by a deep walk go to the block lists.
+  void ExtractBlockRows(Bytes page);
   void ScanBlockTrailers(Bytes page, std::size_t length);
   bool CheckBlockAt(std::uint64_t offset, std::uint32_t size, std::uint32_t checksum);
 

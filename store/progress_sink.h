@@ -15,6 +15,8 @@ class ProgressSink {
   virtual void SetExplainLine(const std::string& text) {}
   virtual void SetProgress(int percent) {}
   virtual void SetButtonText(const std::string& text) {}
+  // While set, the pane's button skips the running step rather than cancelling the run.
+  virtual void SetSkipMode(bool on) {}
   // Called between units of work; true asks the running walk to stop.
   virtual bool IsCancelled() { return false; }
 };

@@ -1,5 +1,7 @@
 #include "store/store_reader.h"
 
+#include "store/lost_item_scanner.h"
+
 namespace marrow {
 namespace {
 
@@ -27,7 +29,10 @@ StoreForm FormForVersion(std::uint16_t version) {
   return {1, false};
 }
 
-StoreReader::StoreReader(std::string folder) : tempFolder(std::move(folder)) {}
+StoreReader::StoreReader(std::string folder)
+    : tempFolder(std::move(folder)), scanner_(std::make_unique<LostItemScanner>(*this)) {
+  scan_ = scanner_.get();
+}
 
 StoreReader::~StoreReader() = default;
 

@@ -12,6 +12,7 @@
 #include "store/byte_order.h"
 #include "store/byte_sink.h"
 #include "store/byte_source.h"
+#include "store/folder_record.h"
 #include "store/page_layout.h"
 #include "store/progress_sink.h"
 #include "store/scan_index.h"
@@ -21,6 +22,7 @@ namespace marrow {
 
 struct DataTreeWalk;
 struct HeapMap;
+class LostItemScanner;
 class PropertyBag;
 class PropertyValue;
 
@@ -110,6 +112,9 @@ class StoreReader {
   void SetProgressSink(ProgressSink* sink) { sink_ = sink ? sink : &nullSink_; }
   ProgressSink& Sink() { return *sink_; }
   bool Cancelled() { return sink_->IsCancelled(); }
+  // The whole-file scan belongs to the reader; its lists live as long as it.
+  LostItemScanner& Scanner() { return *scanner_; }
+  // Deep look-ups go to the reader's own scanner unless another index is set.
   void SetScanIndex(ScanIndex* scan) { scan_ = scan; }
 
   // --- Index pages --------------------------------------------------------
@@ -157,6 +162,9 @@ class StoreReader {
                        bool headersOnly, bool wantTable);
   // Finds, reads and normalises a node's data block, then reads its property list.
   bool ReadBagFromBlock(std::uint64_t dataBlock, PropertyBag& bag, const SubnodeLists& subnodes);
+  // The same for a block already located at `offset`; false when it cannot be read.
+  bool ReadBagAt(std::uint64_t offset, std::uint64_t size, std::uint64_t blockId, PropertyBag& bag,
+                 const SubnodeLists& subnodes);
   // Appends the store's named properties (node 0x61) to `namedProperties`.
   void LoadNameMap();
 
@@ -178,6 +186,8 @@ class StoreReader {
   std::uint8_t pageEntrySize = 0, pageLevel = 0;
   bool snapshotMode = false;
   std::vector<FolderRow> folderRows;
+  // The folders of the rebuilt tree, in the order the recovery found them.
+  std::vector<FolderRecord> folders;
   bool rawMode = false;
   std::string tempFolder;
   std::string lastError;
@@ -232,6 +242,7 @@ class StoreReader {
   std::unique_ptr<ByteSource> file_;
   ProgressSink nullSink_;
   ProgressSink* sink_ = &nullSink_;
+  std::unique_ptr<LostItemScanner> scanner_;
   ScanIndex* scan_ = nullptr;
 };
 
