@@ -1,5 +1,7 @@
 #include "tests/support/store_builder.h"
 
+#include "store/lost_item_scanner.h"
+
 namespace marrow::test {
 
 StoreBuilder::StoreBuilder(Form form, std::size_t fileSize) : form_(form), bytes_(fileSize, 0) {
@@ -24,6 +26,38 @@ void StoreBuilder::PutLE(std::uint64_t at, std::uint64_t v, int width) {
 void StoreBuilder::Put(std::uint64_t at, const std::vector<std::uint8_t>& data) {
   Ensure(at + data.size());
   std::copy(data.begin(), data.end(), bytes_.begin() + at);
+}
+
+std::uint64_t StoreBuilder::Block(std::uint64_t at, std::uint64_t blockId, const std::vector<std::uint8_t>& data) {
+  const bool large = form_ == Form::Unicode4096;
+  const std::uint64_t unit = large ? 512 : 64;
+  const std::uint64_t trailer = Ansi() ? 12 : 16;  // what a block's length counts
+  const std::uint64_t units = (data.size() + trailer + unit - 1) / unit;
+  const std::uint64_t end = at + units * unit;
+  Ensure(end);
+  Put(at, data);
+  std::uint64_t x = at ^ blockId;
+  if (Ansi()) x &= 0xFFFFFFFFu;
+  const std::uint16_t signature = static_cast<std::uint16_t>(x ^ (x >> 16));
+  const std::uint32_t crc = BlockChecksum(data);
+  const std::uint64_t u = end - unit;
+  if (Ansi()) {
+    PutLE(u + 0x34, data.size(), 2);
+    PutLE(u + 0x36, signature, 2);
+    PutLE(u + 0x38, blockId, 4);
+    PutLE(u + 0x3C, crc, 4);
+  } else if (!large) {
+    PutLE(u + 0x30, data.size(), 2);
+    PutLE(u + 0x32, signature, 2);
+    PutLE(u + 0x34, crc, 4);
+    PutLE(u + 0x38, blockId, 8);
+  } else {
+    PutLE(u + 0x1E8, data.size(), 2);
+    PutLE(u + 0x1EA, signature, 2);
+    PutLE(u + 0x1EC, crc, 4);
+    PutLE(u + 0x1F0, blockId, 8);
+  }
+  return end;
 }
 
 void StoreBuilder::VersionWord(std::uint16_t version) { PutLE(0x0A, version, 2); }

@@ -48,6 +48,9 @@ class StoreBuilder {
   void Branch(std::uint64_t at, bool nodeIndex, std::uint8_t level, const std::vector<BranchRow>& rows,
               Trailer t = {});
   void Put(std::uint64_t at, const std::vector<std::uint8_t>& data);
+  // Writes a data block with its trailer (size, signature, checksum, id);
+  // returns the offset where the next block may start.
+  std::uint64_t Block(std::uint64_t at, std::uint64_t blockId, const std::vector<std::uint8_t>& data);
   void Roots(std::uint64_t nodeRoot, std::uint64_t blockRoot);
   void CryptByte(std::uint8_t method);
   void VersionWord(std::uint16_t version);
