@@ -71,4 +71,6 @@ bool StderrProgress::IsCancelled() { return g_interrupted.load(); }
 
 bool StderrProgress::WasCancelled() const { return g_interrupted.load(); }
 
+void StderrProgress::ClearCancel() { g_interrupted.store(false); }
+
 }  // namespace marrow::cli

@@ -20,6 +20,9 @@ class StderrProgress final : public ProgressSink {
   bool IsCancelled() override;
 
   bool WasCancelled() const;
+  // Ends the stop request, so that what follows (listing the tree) runs whole.
+  // A second Ctrl-C still ends the process.
+  void ClearCancel();
 
  private:
   void Redraw();

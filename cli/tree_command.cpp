@@ -159,7 +159,10 @@ int RunTree(const std::vector<std::string>& args) {
     std::fprintf(stderr, "marrow-cli: %s: %s\n", request.sourcePath.c_str(), outcome.errorText.c_str());
     return 1;
   }
-  if (progress.WasCancelled()) std::fprintf(stderr, "Stopped by the user; the tree so far follows.\n");
+  if (progress.WasCancelled()) {
+    std::fprintf(stderr, "Stopped by the user; the tree so far follows.\n");
+    progress.ClearCancel();
+  }
   if (!saveTo.empty()) WriteSnapshot(reader, saveTo);
 
   const std::vector<TreeLine> lines = CollectLines(reader, tree, root);
