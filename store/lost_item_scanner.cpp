@@ -217,6 +217,7 @@ void LostItemScanner::ForEachScannedBlock(Visit visit) {
 }
 
 bool LostItemScanner::ScanFindBlock(std::uint64_t blockId, std::uint64_t& offset, std::uint64_t& size) {
+  if (blockIndex_.Update(blockIds, blockOffsets, blockSizes)) return blockIndex_.Find(blockId, offset, size);
   bool found = false;
   ForEachScannedBlock([&](std::uint64_t id, std::uint64_t at, std::uint16_t length) {
     if (id != blockId) return true;
@@ -230,6 +231,10 @@ bool LostItemScanner::ScanFindBlock(std::uint64_t blockId, std::uint64_t& offset
 
 void LostItemScanner::ScanAllBlocks(std::uint64_t blockId, std::vector<std::uint64_t>& offsets,
                                     std::vector<std::uint64_t>& sizes) {
+  if (blockIndex_.Update(blockIds, blockOffsets, blockSizes)) {
+    blockIndex_.FindAll(blockId, offsets, sizes);
+    return;
+  }
   ForEachScannedBlock([&](std::uint64_t id, std::uint64_t at, std::uint16_t length) {
     if (id == blockId) {
       offsets.push_back(at);

@@ -7,6 +7,7 @@
 
 #include "store/byte_order.h"
 #include "store/disk_list.h"
+#include "store/scan_block_index.h"
 #include "store/scan_index.h"
 
 namespace marrow {
@@ -55,6 +56,7 @@ class LostItemScanner final : public ScanIndex {
   void ForEachScannedBlock(Visit visit);
 
   StoreReader& reader_;
+  ScanBlockIndex blockIndex_;
 };
 
 // The reflected CRC-32 (polynomial 0xEDB88320) started at 0, with no final
