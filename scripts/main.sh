@@ -5,4 +5,4 @@ cd "$(dirname "$0")/.."
 bash scripts/setup.sh
 cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 cmake --build build
-./build/cli/marrow-cli inspect samples/aspose_SampleOstFile.ost
+./build/cli/marrow-cli tree samples/aspose_SampleOstFile.ost
