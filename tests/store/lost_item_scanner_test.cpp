@@ -104,6 +104,31 @@ TEST(Scanner, DeletedRowsBehindTheCountAndRepeats) {
   EXPECT_EQ(Column(scan.messages.parent), (std::vector<std::uint64_t>{0x22, 0x22, 0x22}));
 }
 
+TEST(Scanner, BlockLeafRowsOfADeepWalkIncludeThoseBehindTheCount) {
+  StoreBuilder b(Form::Unicode512, 0x8000);
+  b.BlockLeaf(0x4000, {{0x104, 0x5000, 100}, {0x108, 0x5200, 200}, {0x10C, 0x5400, 300}}, test::Trailer{.count = 1});
+  StoreReader reader;
+  reader.OpenSource(b.Source());
+  LostItemScanner scan(reader);
+  std::vector<std::uint8_t> page = reader.ReadAt(0x4000, 512);
+  scan.ExtractBlockRows(page);
+  // Every slot of the leaf is read: the three rows, then the empty slots.
+  const std::vector<std::uint64_t> ids = Column(scan.blockIds);
+  ASSERT_EQ(ids.size(), 488u / 24);
+  EXPECT_EQ(std::vector<std::uint64_t>(ids.begin(), ids.begin() + 4), (std::vector<std::uint64_t>{0x104, 0x108, 0x10C, 0}));
+  EXPECT_EQ(Column(scan.blockOffsets)[2], 0x5400u);
+  std::uint64_t offset = 0, size = 0;
+  ASSERT_TRUE(scan.ScanFindBlock(0x10C, offset, size));
+  EXPECT_EQ(size, 300u);
+  // A branch page of the block index gives nothing.
+  b.Branch(0x4200, false, 1, {{0x104, 0x4000}});
+  StoreReader second;
+  second.OpenSource(b.Source());
+  LostItemScanner other(second);
+  other.ExtractBlockRows(second.ReadAt(0x4200, 512));
+  EXPECT_EQ(other.blockIds.RecordCount(), 0u);
+}
+
 // Writes a 64-bit 512-byte-form block: data, then its trailer in the last 16 bytes of its units.
 void PutBlock(StoreBuilder& b, std::uint64_t at, std::uint64_t id, const std::vector<std::uint8_t>& data,
               bool goodSignature, bool goodChecksum) {
