@@ -138,14 +138,7 @@ int RunTree(const std::vector<std::string>& args) {
       std::fprintf(stderr, "marrow-cli: the snapshot was taken of %s; reading that file\n",
                    header.sourcePath.c_str());
     }
-    request.sourcePath = header.sourcePath;
-    request.fromSnapshot = true;
-    request.snapshotPath = snapshot;
-    request.snapshotAnsi = header.isAnsi;
-    request.snapshotLargePage = header.isLargePage;
-    request.snapshotRaw = header.rawMode;
-    // A large-page store reloads as an advanced run.
-    request.mode = header.isLargePage ? kAdvanceScan : kQuickScan;
+    request = SnapshotRequest(header, snapshot);
     tempFolder = header.tempFolder;
   }
 

@@ -32,6 +32,23 @@ constexpr TrailerLayout kWideTrailer{64, 0x30, 0x32, 0x34, 0x38, true, 16};
 // The large form's trailer is 24 bytes, but lengths still count 16.
 constexpr TrailerLayout kLargeTrailer{512, 0x1E8, 0x1EA, 0x1EC, 0x1F0, true, 16};
 
+// How many rows of an index page the scan reads; 0 for a page it does not
+// take. In the 512-byte forms every slot of a leaf is read, also those
+// behind the count, since rows of deleted items stay there; in the large
+// form the stored count stands and branch pages are read as rows too.
+unsigned RowsToRead(const PageFields& f, const PageLayout& layout, bool large, unsigned wantMax, unsigned wantSize) {
+  if (f.max != wantMax || f.size != wantSize) return 0;
+  unsigned count = 0;
+  if (large) {
+    if (f.count > f.max) return 0;
+    count = std::size_t{f.count} * f.size > layout.rowLimit ? layout.rowLimit / f.size : f.count;
+  } else {
+    if (f.level != 0) return 0;
+    count = static_cast<unsigned>(layout.rowLimit / f.size);
+  }
+  return count > 254 ? 255 : count;
+}
+
 }  // namespace
 
 std::uint32_t BlockChecksum(Bytes data) {
@@ -117,20 +134,8 @@ void LostItemScanner::ExtractNodeRows(Bytes page) {
   const PageLayout& layout = LayoutFor(ansi, large);
   PageFields f = ReadPageFields(page, layout);
   const bool nodeLeaf = f.level == 0;
-  const unsigned wantMax = nodeLeaf ? layout.nodeLeafMax : layout.otherMax;
-  const unsigned wantSize = nodeLeaf ? layout.nodeLeafSize : layout.otherSize;
-  if (f.max != wantMax || f.size != wantSize) return;
-  unsigned count = 0;
-  if (large) {
-    // The stored count stands here; branch pages are read as rows too.
-    if (f.count > f.max) return;
-    count = std::size_t{f.count} * f.size > layout.rowLimit ? layout.rowLimit / f.size : f.count;
-  } else {
-    // Every slot is read, also those behind the count: deleted rows stay there.
-    if (f.level != 0) return;
-    count = static_cast<unsigned>(layout.rowLimit / f.size);
-  }
-  if (count > 254) count = 255;
+  const unsigned count = RowsToRead(f, layout, large, nodeLeaf ? layout.nodeLeafMax : layout.otherMax,
+                                    nodeLeaf ? layout.nodeLeafSize : layout.otherSize);
   NodeEntry previous{0, 0, 0, 0};
   for (unsigned i = 0; i < count; ++i) {
     const NodeEntry e = ReadNodeEntry(RowAt(page, i, f.size), ansi);
@@ -150,16 +155,7 @@ void LostItemScanner::ExtractBlockRows(Bytes page) {
   const bool ansi = reader_.IsAnsi() != 0;
   const PageLayout& layout = LayoutFor(ansi, large);
   PageFields f = ReadPageFields(page, layout);
-  if (f.max != layout.otherMax || f.size != layout.otherSize) return;
-  unsigned count = 0;
-  if (large) {
-    if (f.count > f.max) return;
-    count = std::size_t{f.count} * f.size > layout.rowLimit ? layout.rowLimit / f.size : f.count;
-  } else {
-    if (f.level != 0) return;
-    count = static_cast<unsigned>(layout.rowLimit / f.size);
-  }
-  if (count > 254) count = 255;
+  const unsigned count = RowsToRead(f, layout, large, layout.otherMax, layout.otherSize);
   for (unsigned i = 0; i < count; ++i) {
     const BlockEntry e = ReadBlockEntry(RowAt(page, i, f.size), ansi);
     blockOffsets.AppendU64(e.fileOffset);

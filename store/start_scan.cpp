@@ -1,9 +1,24 @@
 #include "store/start_scan.h"
 
 #include "store/recovery.h"
+#include "store/snapshot.h"
 #include "store/store_reader.h"
 
 namespace marrow {
+
+ScanRequest SnapshotRequest(const SnapshotHeader& header, const std::string& snapshotPath) {
+  ScanRequest request;
+  request.sourcePath = header.sourcePath;
+  request.fromSnapshot = true;
+  request.snapshotPath = snapshotPath;
+  request.snapshotAnsi = header.isAnsi;
+  request.snapshotLargePage = header.isLargePage;
+  request.snapshotRaw = header.rawMode;
+  // The page-size flag doubles as the mode: a large-page store reloads
+  // with the retry flag set.
+  request.mode = header.isLargePage ? kAdvanceScan : kQuickScan;
+  return request;
+}
 
 ScanOutcome StartScan(StoreReader& reader, TreeSink& tree, TreeItem root, const ScanRequest& request) {
   ScanOutcome outcome;

@@ -23,6 +23,12 @@ struct ScanRequest {
   bool snapshotRaw = false;
 };
 
+struct SnapshotHeader;
+
+// The run that reloads `snapshotPath`, as its header asks: its source, its
+// form and flags, and a large-page store reloaded as an advanced run.
+ScanRequest SnapshotRequest(const SnapshotHeader& header, const std::string& snapshotPath);
+
 struct ScanOutcome {
   bool opened = false;
   int runs = 0;            // runs of the recovery driver

@@ -94,14 +94,7 @@ TEST_F(SnapshotFiles, ReloadGivesTheSameTreeAndItemRows) {
     ASSERT_TRUE(ReadSnapshotHeader(snap, header, error)) << error;
     EXPECT_EQ(header.sourcePath, source);
     EXPECT_EQ(header.sourceSize, fs::file_size(source));
-    ScanRequest reload;
-    reload.sourcePath = header.sourcePath;
-    reload.fromSnapshot = true;
-    reload.snapshotPath = snap;
-    reload.snapshotAnsi = header.isAnsi;
-    reload.snapshotLargePage = header.isLargePage;
-    reload.snapshotRaw = header.rawMode;
-    reload.mode = header.isLargePage ? kAdvanceScan : kQuickScan;
+    const ScanRequest reload = SnapshotRequest(header, snap);
     Scan second = ScanSource(reload, header.tempFolder);
     // Lost rows list as lost again (the scan's lists come back), but the
     // folder rows themselves come back unmarked: the file keeps no mark for them.
