@@ -2,6 +2,7 @@
 // no longer reach, and keeps them in disk-backed lists.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <vector>
 
@@ -54,6 +55,17 @@ class LostItemScanner final : public ScanIndex {
   // Reads the three block lists in step; `visit(id, offset, size)` returns false to stop.
   template <typename Visit>
   void ForEachScannedBlock(Visit visit);
+  // CheckBlockAt, remembering recent answers.
+  bool CheckedBlockAt(std::uint64_t offset, std::uint32_t size, std::uint32_t checksum);
+
+  struct CheckMemo {
+    std::uint64_t offset;
+    std::uint32_t size;
+    std::uint32_t checksum;
+    bool valid;
+    bool accepted;
+  };
+  std::array<CheckMemo, 1024> checkMemo_{};
 
   StoreReader& reader_;
   ScanBlockIndex blockIndex_;
