@@ -155,6 +155,7 @@ void FolderRebuild::BuildTreeFromRows() {
 }
 
 TreeItem FolderRebuild::InsertFolder(std::size_t index, TreeItem parentItem) {
+  if (insertBudget_ > 0) --insertBudget_;
   FolderRecord& row = reader_.folders[index];
   const TreeItem item = tree_.InsertSorted(parentItem, row.name, IconForClass(row.containerClass));
   reader_.Sink().SetStatusLine(row.name);
@@ -193,25 +194,31 @@ void FolderRebuild::AddChildFolders(std::uint64_t parentId, TreeItem parentItem,
       stack.pop_back();
       continue;
     }
-    if (Cancelled()) return;
+    if (Cancelled() || insertBudget_ == 0) return;
     const std::size_t i = (*level.rows)[level.next++];
     if (done[i]) continue;
     const TreeItem item = InsertFolder(i, level.item);
     done[i] = true;
+    marked_.push_back(i);
     stack.push_back({rowsOf(folders[i].nodeId), 0, item});
   }
 }
 
 void FolderRebuild::InsertTree() {
   children_.clear();
+  insertBudget_ = 4 * reader_.folders.size() + 1024;
   std::vector<std::size_t> roots;
   FindRootRows(reader_.folders, roots);
+  // Each root starts with only itself done; the list is shared and reset
+  // row by row, as a damaged file may have as many roots as rows.
+  std::vector<bool> done(reader_.folders.size(), false);
   for (std::size_t i : roots) {
-    if (Cancelled()) break;
+    if (Cancelled() || insertBudget_ == 0) break;
     const TreeItem item = InsertFolder(i, root_);
-    std::vector<bool> done(reader_.folders.size(), false);
+    marked_.assign(1, i);
     done[i] = true;
     AddChildFolders(reader_.folders[i].nodeId, item, done);
+    for (std::size_t m : marked_) done[m] = false;
   }
 }
 

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstddef>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
@@ -62,6 +63,13 @@ class FolderRebuild {
   std::unordered_set<std::uint64_t> triedOffsets_;
   // Rows by parent id, for the tree fill; built before each fill.
   std::unordered_map<std::uint64_t, std::vector<std::size_t>> children_;
+  // Items one fill may still insert. A row is inserted once per root above
+  // it, so only rows that repeat ids (a damaged index, a forged snapshot)
+  // can make a fill outgrow its rows; this bounds what they can cost.
+  std::size_t insertBudget_ = SIZE_MAX;
+  // Rows AddChildFolders marked done, so that the next root starts afresh
+  // without clearing the whole list.
+  std::vector<std::size_t> marked_;
   // Distinct parents of the scanned messages, once read.
   std::vector<std::uint64_t> messageParents_;
   bool messageParentsRead_ = false;

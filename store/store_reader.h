@@ -44,9 +44,10 @@ struct FolderRow {
 
 // One row of a node's subnode list.
 struct SubnodeRow {
-  std::uint64_t nodeId;
+  std::uint64_t nodeId;  // the 32-bit id
   std::uint64_t dataBlock;
   std::uint64_t subnodeBlock;
+  std::uint64_t storedId = 0;  // the id field as stored, padding included
 };
 using SubnodeLists = std::vector<SubnodeRow>;
 
@@ -147,6 +148,11 @@ class StoreReader {
   void ReadSubnodeList(std::uint64_t subnodeBlockId, SubnodeLists& lists);
   void ReadSubnodeInto(std::uint64_t nodeId, const SubnodeLists& lists, ByteSink& out,
                        std::uint64_t& childSubnode);
+  // A subnode that holds a heap (a table, an attachment's properties): its
+  // block made plain and whole, with where each joined block starts. False
+  // when the subnode is not there or cannot be read.
+  bool ReadSubnodeHeap(std::uint64_t nodeId, const SubnodeLists& lists, std::vector<std::uint8_t>& buffer,
+                       std::vector<HeapSegment>& segments, std::uint64_t& childSubnode);
   // Makes one block buffer plain and whole, in place, and votes on its encoding.
   void NormalizeBlock(std::vector<std::uint8_t>& buffer, std::uint64_t key,
                       std::vector<HeapSegment>* segments);

@@ -32,7 +32,7 @@ void StoreReader::ReadSubnodeList(std::uint64_t subnodeBlockId, SubnodeLists& li
     const std::size_t at = header + r * rowSize;
     // A NodeId is 32 bits; wide rows pad it to 8 bytes, and some writers
     // leave junk in the padding.
-    lists.push_back({read(at) & 0xFFFFFFFF, read(at + field), fields == 3 ? read(at + 2 * field) : 0});
+    lists.push_back({read(at) & 0xFFFFFFFF, read(at + field), fields == 3 ? read(at + 2 * field) : 0, read(at)});
   }
 }
 
@@ -54,6 +54,24 @@ void StoreReader::ReadSubnodeInto(std::uint64_t nodeId, const SubnodeLists& list
   }
   std::vector<std::uint8_t> bytes;
   if (ReadOneBlock(data, bytes, true)) out.Append(bytes);
+}
+
+bool StoreReader::ReadSubnodeHeap(std::uint64_t nodeId, const SubnodeLists& lists, std::vector<std::uint8_t>& buffer,
+                                  std::vector<HeapSegment>& segments, std::uint64_t& childSubnode) {
+  for (const SubnodeRow& r : lists) {
+    if (r.nodeId != nodeId) continue;
+    childSubnode = r.subnodeBlock & ~std::uint64_t{1};
+    const std::uint64_t data = r.dataBlock & ~std::uint64_t{1};
+    VisitedSet visited;
+    std::uint64_t offset = 0, size = 0;
+    if (!FindBlock(blockRootOffset, data, offset, size, visited)) return false;
+    if (size > kMaxBlockSize || offset >= FileSize()) return false;
+    buffer = ReadAt(offset, size);
+    segments.clear();
+    NormalizeBlock(buffer, data, &segments);
+    return true;
+  }
+  return false;
 }
 
 }  // namespace marrow

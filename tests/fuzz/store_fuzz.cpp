@@ -1,5 +1,8 @@
 // Takes arbitrary bytes as a whole store file and drives every public
-// operation of the store reader over them, in each of the four store forms.
+// operation of the store reader over them, in each of the four store forms,
+// then the recovery driver (quick and raw) in each form, with its tree, item
+// lists and a snapshot written and rebuilt from; the same bytes are also
+// read as a snapshot file.
 // Besides what the sanitizers catch, it aborts when an answer breaks a
 // promise of the reader's interface, or when a scratch file is left behind.
 #include <dirent.h>
@@ -13,6 +16,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "content/property_values.h"
@@ -22,10 +26,14 @@
 #include "store/block_index_walk.h"
 #include "store/byte_sink.h"
 #include "store/byte_source.h"
+#include "store/folder_items.h"
 #include "store/lost_item_scanner.h"
+#include "store/memory_tree.h"
 #include "store/page_layout.h"
 #include "store/property_bag.h"
+#include "store/recovery.h"
 #include "store/scan_index.h"
+#include "store/snapshot.h"
 #include "store/store_reader.h"
 #include "store/store_summary.h"
 
@@ -53,6 +61,9 @@ constexpr std::size_t kWideNodeRoot = 0xE0, kWideBlockRoot = 0xF0;
 // that reaches nothing is worth little.
 struct Reach {
   std::size_t folders = 0, items = 0, subnodes = 0, treeBytes = 0, blockBytes = 0, joins = 0, heapValues = 0;
+  // Of the recovery runs: tree items, scanned-only folders, orphan folders,
+  // items listed, and folders read back from a snapshot made of the input.
+  std::size_t treeItems = 0, lostFolders = 0, orphans = 0, folderItems = 0, snapshotFolders = 0;
 } reach;
 
 [[noreturn]] void Fail(const char* what) {
@@ -93,12 +104,16 @@ class FakeScan final : public marrow::ScanIndex {
   std::uint64_t pages_ = 0;
 };
 
-// A scratch folder of the reader's own for one input, removed after it.
+// A scratch folder of the reader's own for one input, removed after it. It
+// lies in /tmp, or in the folder STORE_FUZZ_SCRATCH names: each input makes
+// and deletes some hundred files (every reader's disk lists), which a memory
+// file system does much faster than a disk.
 class ScratchFolder {
  public:
   ScratchFolder() {
-    char name[] = "/tmp/marrow-fuzz-XXXXXX";
-    if (::mkdtemp(name) == nullptr) Fail("cannot create the scratch folder");
+    const char* base = std::getenv("STORE_FUZZ_SCRATCH");
+    std::string name = std::string(base != nullptr && *base != 0 ? base : "/tmp") + "/marrow-fuzz-XXXXXX";
+    if (::mkdtemp(name.data()) == nullptr) Fail("cannot create the scratch folder");
     path_ = name;
   }
   ~ScratchFolder() { ::rmdir(path_.c_str()); }
@@ -125,6 +140,31 @@ class ScratchFolder {
 
  private:
   std::string path_;
+};
+
+// Points TMPDIR at a folder for one input, and puts back what was there.
+class TempFolderOverride {
+ public:
+  explicit TempFolderOverride(const std::string& folder) {
+    if (const char* old = std::getenv("TMPDIR")) {
+      had_ = true;
+      old_ = old;
+    }
+    ::setenv("TMPDIR", folder.c_str(), 1);
+  }
+  ~TempFolderOverride() {
+    if (had_) {
+      ::setenv("TMPDIR", old_.c_str(), 1);
+    } else {
+      ::unsetenv("TMPDIR");
+    }
+  }
+  TempFolderOverride(const TempFolderOverride&) = delete;
+  TempFolderOverride& operator=(const TempFolderOverride&) = delete;
+
+ private:
+  bool had_ = false;
+  std::string old_;
 };
 
 void CheckSink(const marrow::MemorySink& sink) {
@@ -405,6 +445,284 @@ void ExerciseScan(marrow::StoreReader& reader) {
   }
 }
 
+// --- The recovery driver ---------------------------------------------------
+
+// The input as the recovery runs meet it: its bytes, the scratch folder, and
+// the input's copy in that folder, which a snapshot names as its source.
+struct Input {
+  const std::uint8_t* data;
+  std::size_t size;
+  std::string scratch;
+  std::string storePath;
+};
+
+// A fresh reader over the input, as the application opens one per run.
+std::unique_ptr<marrow::StoreReader> OpenInput(const Input& in) {
+  auto reader = std::make_unique<marrow::StoreReader>(in.scratch);
+  if (!reader->OpenSource(
+          std::make_unique<marrow::MemorySource>(std::vector<std::uint8_t>(in.data, in.data + in.size)),
+          in.storePath))
+    Fail("opening a memory source failed");
+  return reader;
+}
+
+// One item of a rebuilt tree, by its text and its depth below the store's item.
+struct TreeLine {
+  std::string text;
+  int depth;
+  bool operator==(const TreeLine&) const = default;
+};
+
+// The tree below `root` in display order. Every item handed out is alive,
+// one level below its parent, and siblings stand in sorted order.
+std::vector<TreeLine> WalkTree(const marrow::MemoryTree& tree, marrow::TreeItem root) {
+  std::vector<TreeLine> lines;
+  std::unordered_map<marrow::TreeItem, int> depthOf{{root, 0}};
+  auto checkOrder = [&](const marrow::MemoryTree::Node& node) {
+    for (std::size_t k = 1; k < node.children.size(); ++k) {
+      const marrow::MemoryTree::Node* a = tree.Find(node.children[k - 1]);
+      const marrow::MemoryTree::Node* b = tree.Find(node.children[k]);
+      Check(a != nullptr && b != nullptr, "a tree item has a child that is not in the tree");
+      Check(!marrow::TreeTextLess(b->text, a->text), "tree siblings are not in sorted order");
+    }
+  };
+  const marrow::MemoryTree::Node* top = tree.Find(root);
+  Check(top != nullptr, "the store's item left the tree");
+  checkOrder(*top);
+  tree.ForEachBelow(root, [&](marrow::TreeItem item, int depth) {
+    const marrow::MemoryTree::Node* node = tree.Find(item);
+    Check(node != nullptr, "the tree walk gave an item that is not in the tree");
+    auto parent = depthOf.find(node->parent);
+    Check(parent != depthOf.end() && parent->second + 1 == depth,
+          "the tree walk gave an item before its parent, or at the wrong depth");
+    depthOf[item] = depth;
+    checkOrder(*node);
+    lines.push_back({node->text, depth});
+  });
+  return lines;
+}
+
+// The items of the first folders of a run, as the item list shows them. The
+// index lists messages and the scan keeps only message rows; a snapshot's
+// rows are whatever its file says.
+void ListFolderItems(marrow::StoreReader& reader, bool fromStore) {
+  const std::size_t n = std::min(reader.folders.size(), kMaxFolders);
+  for (std::size_t i = 0; i < n; ++i) {
+    std::set<std::uint64_t> blocks;
+    marrow::ForEachFolderItem(reader, reader.folders[i].nodeId, 1, [&](const marrow::FolderItem& item) {
+      ++reach.folderItems;
+      const bool fresh = blocks.insert(item.dataBlock).second;
+      if (!fromStore) return;
+      Check((item.nodeId & marrow::kNodeTypeMask) == marrow::kNodeTypeMessage,
+            "a folder item is not a message node");
+      // Scanned rows come after the index's, each data block only once.
+      Check(!item.isLost || (reader.deepMode && fresh), "a scanned item repeats a data block already listed");
+    });
+  }
+}
+
+// What a snapshot carries over: the index rows, the scan's lists and the
+// folders, all but the lost flag.
+void CheckSameLists(marrow::StoreReader& written, marrow::StoreReader& read) {
+  Check(read.folderRows.size() == written.folderRows.size(), "a snapshot lost or gained folder rows");
+  for (std::size_t i = 0; i < read.folderRows.size(); ++i) {
+    const marrow::FolderRow& a = written.folderRows[i];
+    const marrow::FolderRow& b = read.folderRows[i];
+    Check(a.nodeId == b.nodeId && a.dataBlock == b.dataBlock && a.subnodeBlock == b.subnodeBlock &&
+              a.parent == b.parent,
+          "a folder row read from a snapshot differs from the one written");
+  }
+  marrow::LostItemScanner& a = written.Scanner();
+  marrow::LostItemScanner& b = read.Scanner();
+  Check(a.blockIds.RecordCount() == b.blockIds.RecordCount() &&
+            b.blockOffsets.RecordCount() == b.blockIds.RecordCount() &&
+            b.blockSizes.RecordCount() == b.blockIds.RecordCount(),
+        "a snapshot's block list differs from the scan's");
+  Check(a.folders.nodeId.RecordCount() == b.folders.nodeId.RecordCount() &&
+            a.messages.nodeId.RecordCount() == b.messages.nodeId.RecordCount() &&
+            b.folders.mark.RecordCount() == b.folders.nodeId.RecordCount() &&
+            b.messages.parent.RecordCount() == b.messages.nodeId.RecordCount(),
+        "a snapshot's node rows differ from the scan's");
+  // A reload makes up the two standard folders, as the first step does,
+  // where the list it reads lacks them: a raw scan's list, or one that
+  // gained its first rows only in the orphan step. Nothing else is added.
+  Check(read.folders.size() >= written.folders.size() && read.folders.size() <= written.folders.size() + 2,
+        "a snapshot lost or gained folders");
+  for (std::size_t i = written.folders.size(); i < read.folders.size(); ++i) {
+    const std::uint64_t id = read.folders[i].nodeId;
+    Check(id == marrow::kTopOfFoldersId || id == marrow::kDeletedItemsId,
+          "a reload added a folder that is not a standard one");
+  }
+  for (std::size_t i = 0; i < written.folders.size(); ++i) {
+    const marrow::FolderRecord& x = written.folders[i];
+    const marrow::FolderRecord& y = read.folders[i];
+    Check(x.name == y.name && x.containerClass == y.containerClass, "a folder's texts changed in a snapshot");
+    Check(x.nodeId == y.nodeId && x.parentId == y.parentId && x.itemCount == y.itemCount,
+          "a folder's ids or count changed in a snapshot");
+  }
+}
+
+// One run of the driver in one form, quick or raw, then what the
+// application does with its result: the tree walked, the items of the
+// folders listed, a snapshot written and a fresh reader rebuilt from it,
+// whose lists and tree must be the first run's.
+void RunRecovery(const Input& in, std::size_t formIndex, bool raw) {
+  std::unique_ptr<marrow::StoreReader> reader = OpenInput(in);
+  // The form the header names first, then the other three.
+  const int headerAnsi = reader->IsAnsi();
+  const bool headerLarge = reader->IsLargePage();
+  const std::pair<int, bool> forms[4] = {{headerAnsi, headerLarge},
+                                         {headerAnsi, !headerLarge},
+                                         {!headerAnsi, headerLarge},
+                                         {!headerAnsi, !headerLarge}};
+  reader->SetAnsi(forms[formIndex].first);
+  reader->SetLargePage(forms[formIndex].second);
+  reader->rawMode = raw;
+  BoundedProgress progress;
+  reader->SetProgressSink(&progress);
+  marrow::MemoryTree tree;
+  const marrow::TreeItem root = tree.AddRoot("store", 0);
+  marrow::FolderRebuild rebuild(*reader, tree, root);
+  // A quick run is no retry; raw runs are, as the scan ladder makes them.
+  Check(rebuild.RecoverStore(raw, {}), "the recovery driver answered false");
+  const bool complete = !progress.Exhausted();
+  const std::vector<TreeLine> lines = WalkTree(tree, root);
+  reach.treeItems += lines.size();
+  for (const marrow::FolderRecord& f : reader->folders) {
+    Check(!f.name.empty(), "a recovered folder has no name");
+    reach.orphans += f.parentId == marrow::kOrphanParentId;
+    reach.lostFolders += f.isLost && f.nodeId != marrow::kOrphanParentId && f.parentId != marrow::kOrphanParentId;
+  }
+  if (complete) {
+    for (marrow::TreeItem item : rebuild.ExpandList()) {
+      const marrow::MemoryTree::Node* node = tree.Find(item);
+      Check(node != nullptr && node->expanded, "a folder marked for expanding is not expanded");
+    }
+  }
+  ListFolderItems(*reader, true);
+
+  const std::string path = in.scratch + "/run" + marrow::kSnapshotExtension;
+  marrow::WriteSnapshot(*reader, path);
+  marrow::SnapshotHeader header;
+  std::string error;
+  Check(marrow::ReadSnapshotHeader(path, header, error), "a snapshot just written was refused");
+  Check(header.sourcePath == in.storePath && header.tempFolder == in.scratch + "/" &&
+            header.sourceSize == in.size && header.isAnsi == reader->IsAnsi() &&
+            header.isLargePage == reader->IsLargePage() && header.rawMode == raw,
+        "a snapshot's header differs from what was written");
+  {
+    std::unique_ptr<marrow::StoreReader> reload = OpenInput(in);
+    reload->SetAnsi(header.isAnsi);
+    reload->SetLargePage(header.isLargePage);
+    reload->rawMode = header.rawMode;
+    BoundedProgress again;
+    reload->SetProgressSink(&again);
+    marrow::MemoryTree tree2;
+    const marrow::TreeItem root2 = tree2.AddRoot("store", 0);
+    marrow::RecoverStore(*reload, tree2, root2, raw, path);
+    // A snapshot-mode run takes its folders as the file gives them, and
+    // adds the standard ones where they are missing.
+    CheckSameLists(*reader, *reload);
+    const std::vector<TreeLine> reloaded = WalkTree(tree2, root2);
+    if (complete && !again.Exhausted() && reload->folders.size() == reader->folders.size()) {
+      Check(reloaded == lines, "the tree rebuilt from a snapshot differs from the first run's");
+    }
+    ListFolderItems(*reload, false);
+    reload->SetProgressSink(nullptr);
+  }
+  std::remove(path.c_str());
+  reader->SetProgressSink(nullptr);
+}
+
+// The driver in each of the four forms, with the roots the open found (the
+// scan ladder changes the form, not the roots).
+void ExerciseRecovery(const Input& in) {
+  for (std::size_t form = 0; form < 4; ++form) {
+    RunRecovery(in, form, false);
+    RunRecovery(in, form, true);
+  }
+}
+
+void WriteFile(const std::string& path, const std::vector<std::uint8_t>& bytes) {
+  std::FILE* f = std::fopen(path.c_str(), "wb");
+  if (f == nullptr) Fail("cannot write a scratch file");
+  const bool ok = std::fwrite(bytes.data(), 1, bytes.size(), f) == bytes.size();
+  if (std::fclose(f) != 0 || !ok) Fail("cannot write a scratch file");
+}
+
+// The input read as a snapshot file. Its header first as it stands, then
+// with path fields naming the input's copy and a folder in the scratch
+// folder, so that the tests behind the paths are reached; its body read into
+// a fresh reader, and, when the header passes, a snapshot-mode run over it.
+void ExerciseSnapshotFile(const Input& in) {
+  constexpr std::size_t kSourceField = 4, kTempField = kSourceField + marrow::kSnapshotPathField;
+  constexpr std::size_t kFieldsEnd = kTempField + marrow::kSnapshotPathField;
+  const std::string path = in.scratch + "/input" + marrow::kSnapshotExtension;
+  const std::string temp = in.scratch + "/temp";
+  std::vector<std::uint8_t> bytes(in.data, in.data + in.size);
+  auto setField = [&](std::size_t at, const std::string& text) {
+    std::vector<std::uint8_t> field = marrow::Utf8ToUtf16(text);
+    field.resize(marrow::kSnapshotPathField, 0);
+    std::copy(field.begin(), field.end(), bytes.begin() + at);
+  };
+
+  // The header reader creates the temp folder a snapshot names once its
+  // source is there; should the input name a source that is, its temp folder
+  // is moved into the scratch folder.
+  {
+    std::vector<std::uint8_t> source(bytes.begin() + std::min(bytes.size(), kSourceField),
+                                     bytes.begin() + std::min(bytes.size(), kTempField));
+    source.resize(marrow::kSnapshotPathField, 0);
+    const std::string sourcePath = marrow::Utf16ToUtf8(source.data(), source.size());
+    std::error_code ec;
+    if (!sourcePath.empty() && std::filesystem::exists(sourcePath, ec)) {
+      if (bytes.size() < kFieldsEnd) bytes.resize(kFieldsEnd, 0);
+      setField(kTempField, temp);
+    }
+  }
+  WriteFile(path, bytes);
+  {
+    marrow::SnapshotHeader header;
+    std::string error;
+    const bool ok = marrow::ReadSnapshotHeader(path, header, error);
+    Check(ok || !error.empty(), "a refused snapshot header gave no reason");
+  }
+
+  // The body starts behind the path fields, so these changes leave it alone.
+  if (bytes.size() < kFieldsEnd) bytes.resize(kFieldsEnd, 0);
+  setField(kSourceField, in.storePath);
+  setField(kTempField, temp);
+  WriteFile(path, bytes);
+  marrow::SnapshotHeader header;
+  std::string error;
+  const bool magic = std::equal(bytes.begin(), bytes.begin() + 4, marrow::kSnapshotMagic);
+  Check(marrow::ReadSnapshotHeader(path, header, error) == magic,
+        "a snapshot header with paths that are there was judged by more than its magic");
+  std::unique_ptr<marrow::StoreReader> reader = OpenInput(in);
+  if (!magic) {
+    // What the application would refuse is still read, straight into the lists.
+    Check(marrow::ReadSnapshotBody(*reader, path), "a snapshot file that is there cannot be read");
+    reach.snapshotFolders += reader->folders.size();
+  } else {
+    Check(header.sourcePath == in.storePath && header.tempFolder == temp + "/",
+          "a snapshot header's paths read back wrong");
+    reader->SetAnsi(header.isAnsi);
+    reader->SetLargePage(header.isLargePage);
+    reader->rawMode = header.rawMode;
+    BoundedProgress progress;
+    reader->SetProgressSink(&progress);
+    marrow::MemoryTree tree;
+    const marrow::TreeItem root = tree.AddRoot("snapshot", 0);
+    marrow::RecoverStore(*reader, tree, root, false, path);
+    reach.snapshotFolders += reader->folders.size();
+    reach.treeItems += WalkTree(tree, root).size();
+    ListFolderItems(*reader, false);
+    reader->SetProgressSink(nullptr);
+  }
+  std::filesystem::remove(temp);
+  std::remove(path.c_str());
+}
+
 void ExerciseStore(const std::uint8_t* data, std::size_t size, const std::string& scratch) {
   marrow::StoreReader reader(scratch);
   if (!reader.OpenSource(
@@ -548,15 +866,27 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const ScratchFolder scratch;
   ExerciseHeap(data, size, scratch.Path());
   ExerciseRtf(data, size, scratch.Path());
-  ExerciseStore(data, size, scratch.Path());
+  {
+    // The scan's disk lists go to the system's temp folder: the scratch
+    // folder stands in for it, so that a list left behind is seen too.
+    const TempFolderOverride temp(scratch.Path());
+    ExerciseStore(data, size, scratch.Path());
+    Input in{data, size, scratch.Path(), scratch.Path() + "/store.bin"};
+    WriteFile(in.storePath, std::vector<std::uint8_t>(data, data + size));
+    ExerciseRecovery(in);
+    ExerciseSnapshotFile(in);
+    std::remove(in.storePath.c_str());
+  }
   scratch.CheckEmpty();
   static const bool verbose = std::getenv("STORE_FUZZ_VERBOSE") != nullptr;
   if (verbose) {
     std::fprintf(stderr,
                  "reached: %zu folder rows, %zu items, %zu subnode rows, %zu tree bytes, "
-                 "%zu block bytes, %zu joins, %zu heap values\n",
+                 "%zu block bytes, %zu joins, %zu heap values; recovery: %zu tree items, "
+                 "%zu scanned folders, %zu orphan folders, %zu folder items, %zu snapshot folders\n",
                  reach.folders, reach.items, reach.subnodes, reach.treeBytes, reach.blockBytes,
-                 reach.joins, reach.heapValues);
+                 reach.joins, reach.heapValues, reach.treeItems, reach.lostFolders, reach.orphans,
+                 reach.folderItems, reach.snapshotFolders);
   }
   return 0;
 }

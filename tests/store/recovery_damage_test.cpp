@@ -23,6 +23,8 @@
 #include <string>
 #include <vector>
 
+#include <unistd.h>
+
 #include <gtest/gtest.h>
 
 #include "store/folder_items.h"
@@ -114,7 +116,8 @@ Recovered RecoverFile(const std::string& path) {
 
 // The recovery opens its source by path, so each damaged copy is written out.
 Recovered RecoverCopy(const Buf& bytes, const std::string& sample, const std::string& variant) {
-  std::string name = "marrow_recovery_damage_" + sample + "_" + variant;
+  // The pid keeps copies of tests that ctest runs side by side apart.
+  std::string name = "marrow_recovery_damage_" + std::to_string(::getpid()) + "_" + sample + "_" + variant;
   std::replace(name.begin(), name.end(), '/', '_');
   const std::string path = (std::filesystem::path(::testing::TempDir()) / name).string();
   {
@@ -269,7 +272,8 @@ Baseline LoadBaseline(const HealthyFigures& figures) {
   b.sample = figures.sample;
   b.bytes = test::ReadFileBytes(test::Sample(figures.sample));
   b.map = MapIndexes(b.bytes);
-  b.healthy = RecoverFile(test::Sample(figures.sample));
+  // A copy: the recovery locks its source, and other tests read the samples.
+  b.healthy = RecoverCopy(b.bytes, figures.sample, "healthy");
   EXPECT_EQ(b.healthy.outcome.runs, 1);
   EXPECT_EQ(b.healthy.folders, figures.folders);
   EXPECT_EQ(b.healthy.lostFolders, 0u);

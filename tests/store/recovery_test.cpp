@@ -1,5 +1,7 @@
 // The folder rebuild on small stores made here: what the index gives, what
 // the scan adds, orphan folders, loops, skip and the retry ladder.
+#include <unistd.h>
+
 #include <fstream>
 #include <map>
 
@@ -296,6 +298,26 @@ TEST(Recovery, ParentLoopsStayOutOfTheTreeAndTheRunEnds) {
   }
 }
 
+TEST(Recovery, RepeatedIdsCannotBlowUpTheTree) {
+  // Rows that repeat one id (a forged snapshot, a damaged index) put every
+  // child under every root: 500 roots x 500 children would be 250,500
+  // items. The fill stops at four items a row (and a little more).
+  StoreReader reader;
+  for (int i = 0; i < 500; ++i) reader.folders.push_back({"Top", "IPF.Note", kTopOfFoldersId, 0, 0});
+  for (int i = 0; i < 500; ++i) reader.folders.push_back({"Child", "IPF.Note", 0x8042, kTopOfFoldersId, 0});
+  reader.folders.push_back({"Deleted Items", "IPF.Note", kDeletedItemsId, 0, 0});
+  reader.snapshotMode = true;
+  MemoryTree tree;
+  const TreeItem root = tree.AddRoot("x", 9);
+  FolderRebuild(reader, tree, root).BuildTreeFromRows();
+  std::size_t items = 0;
+  tree.ForEachBelow(root, [&](TreeItem, int) { ++items; });
+  EXPECT_EQ(items, 4 * 1001u + 1024);
+  // Each root still got its first children before the fill stopped.
+  const TreeItem first = tree.FirstChild(root);
+  ASSERT_NE(first, 0u);
+}
+
 TEST(Recovery, TopOfDataFileIsExpandedWithItsAncestors) {
   Synthetic s(Form::Unicode512);
   s.IndexRow(0x8022, s.Folder("Outer"), 0);
@@ -346,7 +368,7 @@ TEST(Recovery, LadderFindsTheFormOfADestroyedHeader) {
   for (const Case c : {Case{Form::Ansi512, 1}, Case{Form::Unicode512, 2}, Case{Form::Unicode4096, 5}}) {
     Buf bytes = SharedStore(c.form);
     std::fill_n(bytes.begin(), 0x200, 0);
-    const std::string path = ::testing::TempDir() + "/ladder.pst";
+    const std::string path = ::testing::TempDir() + "/ladder-" + std::to_string(::getpid()) + ".pst";
     std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()), bytes.size());
     StoreReader reader;
     MemoryTree tree;
@@ -382,7 +404,7 @@ TEST(Recovery, AdvanceModeRunsTwiceAtMostAndUnopenableFilesReport) {
 
   // An empty file: nothing in either form. Each reader holds the file's
   // lock while it lives, so each run has its own scope.
-  const std::string empty = ::testing::TempDir() + "/empty.ost";
+  const std::string empty = ::testing::TempDir() + "/empty-" + std::to_string(::getpid()) + ".ost";
   std::ofstream(empty, std::ios::binary).write("\0\0\0\0", 4);
   request.sourcePath = empty;
   auto runs = [&](int mode) {

@@ -105,6 +105,36 @@ TEST_F(SnapshotFiles, ReloadGivesTheSameTreeAndItemRows) {
   }
 }
 
+TEST_F(SnapshotFiles, RawScanReloadGainsTheStandardFolders) {
+  MARROW_REQUIRE_TESTDATA();
+  const std::string source = In("raw.pst");
+  fs::copy_file(test::Sample("pst/unicode/aspose_Outlook.pst"), source);
+  const std::string snap = In("raw.vorsnp");
+  ScanRequest request;
+  request.sourcePath = source;
+  request.mode = kRawScan;
+  std::vector<std::string> before;
+  {
+    Scan first = ScanSource(request, In("temp"));
+    before = Listing(first);
+    WriteSnapshot(*first.reader, snap);
+  }
+  ASSERT_EQ(before.size(), 1u);
+  EXPECT_EQ(before[0].rfind("/All Emails ", 0), 0u);
+  SnapshotHeader header;
+  std::string error;
+  ASSERT_TRUE(ReadSnapshotHeader(snap, header, error)) << error;
+  EXPECT_TRUE(header.rawMode);
+  Scan second = ScanSource(SnapshotRequest(header, snap), header.tempFolder);
+  // The reload builds its tree as the first step does, and that step makes
+  // up the two standard folders wherever a list lacks them; a raw scan's
+  // list always does. In a raw scan every folder lists every scanned
+  // message, so the two show what "All Emails" shows.
+  const std::string rows = before[0].substr(std::string("/All Emails").size());
+  const std::vector<std::string> after = Listing(second);
+  EXPECT_EQ(after, (std::vector<std::string>{before[0], "/IPM_SUBTREE" + rows, "/IPM_SUBTREE/Deleted Items" + rows}));
+}
+
 TEST_F(SnapshotFiles, LayoutIsFixedFieldsThenSections) {
   MARROW_REQUIRE_TESTDATA();
   const std::string source = In("source.pst");
