@@ -1,0 +1,107 @@
+#include "tests/mail/mail_test_files.h"
+
+#include <fcntl.h>
+#include <gmime/gmime.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <memory>
+
+#include "mail/mime_library.h"
+
+namespace marrow::test {
+
+void MailFiles::SetUp() {
+  const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
+  dir_ =
+      std::filesystem::temp_directory_path() / ("marrow-mail-" + std::to_string(::getpid()) + "-" +
+                                                info->test_suite_name() + "-" + info->name());
+  std::filesystem::remove_all(dir_);
+  std::filesystem::create_directories(dir_);
+}
+
+void MailFiles::TearDown() {
+  std::filesystem::remove_all(dir_);
+}
+
+std::string MailFixture(const std::string& name) {
+  return std::string(MARROW_SOURCE_DIR) + "/tests/mail/data/" + name;
+}
+
+std::string ReadText(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+void WriteText(const std::string& path, const std::string& bytes) {
+  std::ofstream out(path, std::ios::binary);
+  out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+}
+
+std::string Hex(const std::string& bytes) {
+  static const char kDigits[] = "0123456789abcdef";
+  std::string out;
+  for (unsigned char c : bytes) {
+    out.push_back(kDigits[c >> 4]);
+    out.push_back(kDigits[c & 15]);
+  }
+  return out;
+}
+
+std::vector<std::vector<std::string>> PythonDumps(const std::vector<std::string>& emlPaths,
+                                                  bool* available) {
+  static const bool haveIt = std::system("python3 -c 'import email' >/dev/null 2>&1") == 0;
+  *available = haveIt;
+  std::vector<std::vector<std::string>> dumps;
+  if (!haveIt) return dumps;
+  std::string command = "python3 '" + std::string(MARROW_SOURCE_DIR) + "/tests/mail/eml_dump.py'";
+  for (const std::string& path : emlPaths) command += " '" + path + "'";
+  command += " 2>&1";
+  std::unique_ptr<FILE, int (*)(FILE*)> pipe(::popen(command.c_str(), "r"), ::pclose);
+  if (!pipe) return dumps;
+  std::string line;
+  for (int c; (c = std::fgetc(pipe.get())) != EOF;) {
+    if (c != '\n') {
+      line.push_back(static_cast<char>(c));
+      continue;
+    }
+    if (line == "message")
+      dumps.emplace_back();
+    else if (!dumps.empty())  // anything before the first file is Python failing to start
+      dumps.back().push_back(line);
+    else
+      dumps.push_back({line});
+    line.clear();
+  }
+  if (!line.empty()) {
+    if (dumps.empty()) dumps.emplace_back();
+    dumps.back().push_back(line);
+  }
+  return dumps;
+}
+
+std::vector<std::string> PythonDump(const std::string& emlPath, bool* available) {
+  std::vector<std::vector<std::string>> dumps = PythonDumps({emlPath}, available);
+  return dumps.empty() ? std::vector<std::string>() : std::move(dumps.front());
+}
+
+std::string GMimeSubject(const std::string& emlPath) {
+  EnsureMimeLibrary();
+  GMimeStream* stream = g_mime_stream_fs_open(emlPath.c_str(), O_RDONLY, 0, nullptr);
+  if (!stream) return "<unreadable>";
+  GMimeParser* parser = g_mime_parser_new_with_stream(stream);
+  GMimeMessage* message = g_mime_parser_construct_message(parser, nullptr);
+  std::string subject = "<unparsed>";
+  if (message) {
+    const char* text = g_mime_message_get_subject(message);
+    subject = text ? text : "";
+    g_object_unref(message);
+  }
+  g_object_unref(parser);
+  g_object_unref(stream);
+  return subject;
+}
+
+}  // namespace marrow::test
