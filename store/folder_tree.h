@@ -24,6 +24,10 @@ class TreeSink {
   virtual TreeItem Parent(TreeItem item) const = 0;
   // Removes the item and everything below it.
   virtual void DeleteItem(TreeItem item) = 0;
+  virtual std::string Text(TreeItem item) const = 0;
+  // Check marks choose what a save takes.
+  virtual bool IsChecked(TreeItem item) const = 0;
+  virtual void SetChecked(TreeItem item, bool checked) = 0;
 };
 
 }  // namespace marrow

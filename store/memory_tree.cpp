@@ -101,6 +101,25 @@ void MemoryTree::DeleteItem(TreeItem item) {
   }
 }
 
+std::string MemoryTree::Text(TreeItem item) const {
+  const Node* n = Find(item);
+  return n == nullptr ? std::string() : n->text;
+}
+
+bool MemoryTree::IsChecked(TreeItem item) const {
+  const Node* n = Find(item);
+  return n != nullptr && n->checked;
+}
+
+void MemoryTree::SetChecked(TreeItem item, bool checked) {
+  if (Node* n = Live(item); n != nullptr && item != 0) n->checked = checked;
+}
+
+void MemoryTree::SetCheckedBelow(TreeItem item, bool checked) {
+  SetChecked(item, checked);
+  ForEachBelow(item, [&](TreeItem below, int) { SetChecked(below, checked); });
+}
+
 void MemoryTree::ForEachBelow(TreeItem item, const std::function<void(TreeItem, int)>& visit) const {
   if (item >= nodes_.size() || !nodes_[item].alive) return;
   std::vector<std::pair<TreeItem, int>> pending;

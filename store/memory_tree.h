@@ -17,6 +17,7 @@ class MemoryTree final : public TreeSink {
     bool bold = false;
     bool expanded = false;
     bool alive = false;
+    bool checked = false;
     TreeItem parent = 0;
     std::vector<TreeItem> children;
   };
@@ -33,6 +34,11 @@ class MemoryTree final : public TreeSink {
   TreeItem NextSibling(TreeItem item) const override;
   TreeItem Parent(TreeItem item) const override;
   void DeleteItem(TreeItem item) override;
+  std::string Text(TreeItem item) const override;
+  bool IsChecked(TreeItem item) const override;
+  void SetChecked(TreeItem item, bool checked) override;
+  // Sets the mark on an item and everything below it.
+  void SetCheckedBelow(TreeItem item, bool checked);
 
   // The item's node, or null for a handle that is not (or no longer) in the tree.
   const Node* Find(TreeItem item) const;
