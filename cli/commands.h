@@ -9,5 +9,6 @@ namespace marrow::cli {
 int RunInspect(const std::vector<std::string>& args);
 int RunProps(const std::vector<std::string>& args);
 int RunTree(const std::vector<std::string>& args);
+int RunList(const std::vector<std::string>& args);
 
 }  // namespace marrow::cli

@@ -88,6 +88,13 @@ void ScanRawAddresses(Bytes table, std::vector<std::string>& all, std::string& t
 
 }  // namespace
 
+int ItemIcon(int kind, std::uint32_t iconIndex, std::uint32_t messageFlags) {
+  if (kind != 0) return kind;
+  if ((iconIndex & 0x105) == 0x105) return 6;
+  if ((iconIndex & 0x106) == 0x106) return 7;
+  return (messageFlags & 0x1) != 0 ? 1 : 0;
+}
+
 void AttachmentLists::Add(std::string path, std::string name, std::string contentId, std::string mimeTag) {
   paths.push_back(std::move(path));
   names.push_back(std::move(name));

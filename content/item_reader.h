@@ -54,6 +54,12 @@ struct ItemRow {
   std::uint64_t dataBlock = 0, nodeId = 0, subnodeBlock = 0;
 };
 
+// The list's image for an item: the kind for other items (8 to 13); for
+// mail, replied 6, forwarded 7, read 1, unread 0.
+int ItemIcon(int kind, std::uint32_t iconIndex, std::uint32_t messageFlags);
+// The message flag that marks attachments.
+constexpr std::uint32_t kFlagHasAttachments = 0x10;
+
 // An embedded message met among the attachments: its properties and subnodes.
 struct EmbeddedMessage {
   PropertyBag bag;

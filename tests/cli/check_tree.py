@@ -1,5 +1,5 @@
-"""marrow-cli tree, run as a program: the JSON tree, a snapshot round trip,
-and Ctrl-C during the whole-file scan."""
+"""marrow-cli tree and list, run as a program: the JSON tree, a folder's item
+list, a snapshot round trip, and Ctrl-C during the whole-file scan."""
 import json
 import os
 import shutil
@@ -39,6 +39,18 @@ try:
     for f in folders:
         siblings.setdefault(f["path"].rpartition("/")[0], []).append(f["name"].lower())
     assert all(names == sorted(names) for names in siblings.values()), siblings
+
+    # The item list of one folder: its 12 index messages as "Existing", then
+    # the lost rows that still read as items (one of Inbox's two does not).
+    run = subprocess.run([cli, "list", store, "Root - Mailbox/IPM_SUBTREE/Inbox", "--json"],
+                         capture_output=True, text=True, check=True)
+    rows = json.loads(run.stdout)["items"]
+    assert [r["status"] for r in rows] == ["Existing"] * 12 + ["Lost/Deleted"], rows
+    assert by_path["Root - Mailbox/IPM_SUBTREE/Inbox"]["items"] == 14
+    assert all(set(r) >= {"importance", "icon", "attachment", "from", "subject", "date", "status"} for r in rows)
+    assert rows[0]["subject"] == "first email to saqib" and rows[0]["icon"] == 6, rows[0]
+    run = subprocess.run([cli, "list", store, "No/Such/Folder"], capture_output=True, text=True)
+    assert run.returncode == 1 and "no folder" in run.stderr, run.stderr
 
     # A snapshot reloads the same tree and item rows without scanning.
     snap = os.path.join(work, "scan.vorsnp")
