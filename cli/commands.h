@@ -10,5 +10,6 @@ int RunInspect(const std::vector<std::string>& args);
 int RunProps(const std::vector<std::string>& args);
 int RunTree(const std::vector<std::string>& args);
 int RunList(const std::vector<std::string>& args);
+int RunExport(const std::vector<std::string>& args);
 
 }  // namespace marrow::cli
