@@ -14,6 +14,7 @@
 #include "mail/ck_email.h"
 #include "mail/ck_string.h"
 #include "mail/file_bytes.h"
+#include "store/ascii_case.h"
 #include "store/temp_file.h"
 
 namespace marrow {
@@ -28,12 +29,6 @@ constexpr std::int64_t kFiletimeEpochSeconds = 11644473600LL;
 std::string WithSlash(std::string folder) {
   if (!folder.empty() && folder.back() != '/') folder += '/';
   return folder;
-}
-
-std::string Lower(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return text;
 }
 
 void EraseAll(std::string& text, std::string_view what) {
@@ -79,7 +74,7 @@ std::vector<std::string> HeaderFields(std::string_view text) {
 
 // A field's name in lower case.
 std::string FieldName(const std::string& field) {
-  return Lower(field.substr(0, field.find(':')));
+  return AsciiLower(field.substr(0, field.find(':')));
 }
 
 // A body file's bytes in `charset` as UTF-8 text, up to a stored terminator.
@@ -106,7 +101,7 @@ std::string HtmlCharset(const std::string& bytes, bool isUnicode) {
 }
 
 bool IsMessageType(const std::string& type) {
-  return Lower(type.substr(0, type.find(';'))) == "message/rfc822";
+  return AsciiLower(type.substr(0, type.find(';'))) == "message/rfc822";
 }
 
 // Local wall-clock seconds of a FILETIME; false for 0 or a time the
@@ -235,7 +230,7 @@ bool RepairMime(const std::string& path, const std::string& text, bool isPlain,
   const int count = email.NumHeaderFields();
   for (int i = 0; i < count; ++i) {
     const std::string name = email.GetHeaderFieldName(i);
-    if (Lower(name).find("antispam") != std::string::npos) verdicts.push_back(name);
+    if (AsciiLower(name).find("antispam") != std::string::npos) verdicts.push_back(name);
   }
   for (const std::string& name : verdicts) email.RemoveHeaderField(name);
   email.RemoveHeaderField("Authentication-Results");

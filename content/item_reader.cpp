@@ -8,6 +8,7 @@
 
 #include "content/property_values.h"
 #include "content/rtf_body.h"
+#include "store/ascii_case.h"
 #include "store/byte_sink.h"
 #include "store/temp_file.h"
 
@@ -77,7 +78,7 @@ void ScanRawAddresses(Bytes table, std::vector<std::string>& all, std::string& t
     std::size_t end = start;
     while (end < table.size() && table[end] != 0) ++end;
     std::string address = CodePageToUtf8(table.data() + start, end - start, kDefaultCodePage);
-    for (char& c : address) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    address = AsciiLower(address);
     if (!address.empty() && seen.insert(address).second) {
       all.push_back(address + "<" + address + ">;");
       to += address + "<" + address + ">;";
@@ -202,7 +203,7 @@ void ItemReader::ReadRecipients(const SubnodeLists& subnodes, const std::string&
     std::string type = GetString(row, 0x3002, false);
     const std::string name = GetString(row, 0x3001, false);
     const std::uint32_t kind = GetU32(row, 0x0C15);
-    for (char& c : type) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    type = AsciiUpper(type);
     if (type == "EX") {
       // A distinguished name: the first text of the row with an address in
       // it stands instead, its line end kept.

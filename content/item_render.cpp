@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "content/property_values.h"
+#include "store/ascii_case.h"
 
 namespace marrow {
 namespace {
@@ -333,12 +334,6 @@ bool IsMultiString(std::uint16_t type) {
   return type == kTypeMultiUnicode || type == kTypeMultiString8;
 }
 
-std::string Lower(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return text;
-}
-
 std::string Join(const std::vector<std::string>& values) {
   std::string out;
   for (const std::string& v : values) {
@@ -410,9 +405,7 @@ int ClassifyItem(const std::string& messageClass) {
       {"MEETING", kKindAppointment},  {"IPM.ACTIVITY", kKindJournal},
       {"IPM.STICK", kKindStickyNote}, {"IPM.DIST", kKindDistList},
   };
-  std::string upper = messageClass;
-  std::transform(upper.begin(), upper.end(), upper.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+  const std::string upper = AsciiUpper(messageClass);
   for (const ClassRule& rule : kRules) {
     if (upper.find(rule.text) != std::string::npos) return rule.kind;
   }
@@ -459,7 +452,7 @@ std::string GetCategories(const PropertyBag& bag, const NameMap& map) {
     if (&v == named || !IsMultiString(v.propType)) continue;
     const std::vector<std::string> values = ReadMultiString(v);
     for (const std::string& one : values) {
-      if (Lower(one).find("category") != std::string::npos) return Join(values);
+      if (AsciiLower(one).find("category") != std::string::npos) return Join(values);
     }
   }
   return {};

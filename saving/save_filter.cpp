@@ -4,26 +4,18 @@
 #include <cctype>
 #include <vector>
 
+#include "store/ascii_case.h"
+
 namespace marrow {
 namespace {
-
-std::string Lower(std::string s) {
-  for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return s;
-}
-
-std::string Upper(std::string s) {
-  for (char& c : s) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-  return s;
-}
 
 // Include passes when any value is found in the field, exclude refuses
 // when any is; both sides in lower case.
 bool TextPasses(int mode, const std::vector<std::string>& values, const std::string& field) {
   if (mode != kFilterInclude && mode != kFilterExclude) return true;
-  const std::string text = Lower(field);
+  const std::string text = AsciiLower(field);
   const bool found = std::any_of(values.begin(), values.end(),
-                                 [&](const std::string& v) { return text.find(Lower(v)) != std::string::npos; });
+                                 [&](const std::string& v) { return text.find(AsciiLower(v)) != std::string::npos; });
   return mode == kFilterInclude ? found : !found;
 }
 
@@ -37,7 +29,7 @@ std::string ItemTypeLabel(const std::string& messageClass) {
                  {"IPM.POST", "Email"},       {"IPM.APPO", "Calendar"},     {"IPM.SCHEDULE", "Calendar"},
                  {"MEETING", "Calendar"},     {"IPM.ACTIVITY", "Journal"},  {"IPM.STICK", "Notes"},
                  {"IPM.DIST", "Distribution List"}};
-  const std::string upper = Upper(messageClass);
+  const std::string upper = AsciiUpper(messageClass);
   for (const auto& l : kLabels) {
     if (upper.find(l.text) != std::string::npos) return l.label;
   }

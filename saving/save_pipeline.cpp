@@ -7,6 +7,8 @@
 #include "saving/save_filter.h"
 #include "store/store_reader.h"
 
+#include "store/ascii_case.h"
+
 namespace marrow {
 namespace {
 
@@ -14,11 +16,6 @@ namespace fs = std::filesystem;
 
 // The longest output folder path, in characters, a save makes.
 constexpr std::size_t kMaxOutputPath = 245;
-
-std::string Upper(std::string s) {
-  for (char& c : s) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-  return s;
-}
 
 // Characters, not bytes: UTF-8 continuation bytes are not counted.
 std::size_t CharacterCount(const std::string& s) {
@@ -88,12 +85,12 @@ SaveEnd SavePipeline::SaveStore(const SaveOptions& options) {
 }
 
 std::string SavePipeline::RelativePath(TreeItem folder, std::vector<std::string>* names) const {
-  const std::string root = Upper(profile_.GetText(kFolderRootKey, ""));
+  const std::string root = AsciiUpper(profile_.GetText(kFolderRootKey, ""));
   std::vector<std::string> parts{tree_.Text(folder)};
   for (TreeItem at = tree_.Parent(folder); at != 0 && at != storeItem_; at = tree_.Parent(at)) {
     const std::string name = tree_.Text(at);
     if (name.empty()) continue;
-    const std::string upper = Upper(name);
+    const std::string upper = AsciiUpper(name);
     if (IsTopFolder(upper) || (!root.empty() && upper == root)) break;
     parts.insert(parts.begin(), name);
   }

@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "content/property_values.h"
+#include "store/ascii_case.h"
 #include "store/lost_item_scanner.h"
 #include "store/property_bag.h"
 #include "store/snapshot.h"
@@ -19,11 +20,6 @@ constexpr const char* kDefaultClass = "IPF.NOTE";
 constexpr std::uint8_t kHeapSignature = 0xEC;
 // More distinct parents than this are looked up in the disk list itself.
 constexpr std::size_t kMaxParentsInMemory = std::size_t{1} << 22;
-
-std::string Upper(std::string text) {
-  for (char& c : text) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-  return text;
-}
 
 // Name, class and count of one folder property list.
 void ReadFolderText(const PropertyBag& bag, std::string& name, std::string& containerClass,
@@ -42,7 +38,7 @@ int IconForClass(const std::string& containerClass) {
     int image;
   } kIcons[] = {{"IPF.NOTE", 10},  {"IPF.TASK", 8},   {"IPF.CONTACT", 11},
                 {"IPF.APPOINT", 1}, {"IPF.STICKY", 5}, {"IPF.JOURNA", 4}};
-  const std::string upper = Upper(containerClass);
+  const std::string upper = AsciiUpper(containerClass);
   for (const auto& icon : kIcons) {
     if (upper.find(icon.text) != std::string::npos) return icon.image;
   }
@@ -161,7 +157,7 @@ TreeItem FolderRebuild::InsertFolder(std::size_t index, TreeItem parentItem) {
   reader_.Sink().SetStatusLine(row.name);
   tree_.Expand(parentItem);
   if (row.itemCount > 0) tree_.SetBold(item);
-  const std::string upper = Upper(row.name);
+  const std::string upper = AsciiUpper(row.name);
   if (upper == "IPM_SUBTREE" || upper == "TOP OF PERSONAL FOLDERS" || upper == "TOP OF OUTLOOK DATA FILE") {
     expandList_.push_back(item);
   }
