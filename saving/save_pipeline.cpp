@@ -5,9 +5,8 @@
 #include <filesystem>
 
 #include "saving/save_filter.h"
-#include "store/store_reader.h"
-
 #include "store/ascii_case.h"
+#include "store/store_reader.h"
 
 namespace marrow {
 namespace {
