@@ -159,7 +159,8 @@ void SavePipeline::SaveOneItem(const FolderItem& item) {
   if (converted.fromText.empty() && converted.subject.empty() && converted.deliveryTime == 0) return;
   if (converted.emlPath.empty()) return;
   ++fileIndex_;
-  reader_.Sink().SetStepLine(converted.subject);
+  // The subject goes to the running line with the count; the folder's own
+  // line stays.
   char text[64];
   if (totalInFolder_ != 0 && fileIndex_ < totalInFolder_) {
     std::snprintf(text, sizeof text, "Saving %u of %u", fileIndex_, totalInFolder_);
@@ -168,7 +169,7 @@ void SavePipeline::SaveOneItem(const FolderItem& item) {
     // Items past the folder's own count: told apart by the text alone.
     std::snprintf(text, sizeof text, "Saving Deleted Item(s) %u ", fileIndex_);
   }
-  reader_.Sink().SetStatusLine(text);
+  reader_.Sink().SetStatusLine(std::string(text) + "  " + converted.subject);
   SaveFromEml(converted);
 }
 
