@@ -332,7 +332,9 @@ std::string BuildItemEml(const std::string& itemFolder, const ItemEmlParts& part
   if (FiletimeToLocalWall(parts.deliveryTime, &localSeconds)) email.put_LocalDate(localSeconds);
 
   std::string html;
-  if (!parts.plainBody.empty()) {
+  // A body of blanks and line ends alone (contacts often keep one) would
+  // show an empty page; the rows stand in for it.
+  if (parts.plainBody.find_first_not_of(" \t\r\n") != std::string::npos) {
     std::string body = HtmlEscaped(LineEndsToLf(parts.plainBody));
     ReplaceAll(body, "\n", "<br>\r\n");
     html = "<html><body><p>" + body + "</p></body></html>";

@@ -21,6 +21,9 @@ constexpr std::uint16_t kTransportHeaders = 0x007D;
 constexpr std::uint16_t kSenderName = 0x0C1A;
 constexpr std::uint16_t kSenderAddress = 0x0C1F;
 constexpr std::uint16_t kSenderFallback = 0x8235;
+// Whom the item is from, when it names no sender of its own.
+constexpr std::uint16_t kRepresentingName = 0x0042;
+constexpr std::uint16_t kRepresentingAddress = 0x0065;
 constexpr std::uint16_t kRecipientTable = 0x692;
 constexpr std::uint16_t kAttachmentTable = 0x671;
 // One subnode id that is never read as an attachment, as stored: low half
@@ -119,8 +122,12 @@ void ItemReader::ClearItemFolder() {
 std::string ItemReader::TempName(const std::string& extension) const { return itemFolder_ + NewGuidText() + extension; }
 
 std::string ItemReader::SenderText(const PropertyBag& bag) const {
-  const std::string name = GetString(bag, kSenderName, false);
-  const std::string address = GetString(bag, kSenderAddress, false);
+  std::string name = GetString(bag, kSenderName, false);
+  std::string address = GetString(bag, kSenderAddress, false);
+  if (name.empty() && address.empty()) {
+    name = GetString(bag, kRepresentingName, false);
+    address = GetString(bag, kRepresentingAddress, false);
+  }
   std::string text = address.empty() ? name : name + "<" + address + ">";
   if (text.find('/') != std::string::npos) {
     // An Exchange distinguished name: the stored headers know better.
