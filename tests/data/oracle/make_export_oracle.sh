@@ -12,25 +12,11 @@
 # Writes only export_oracle.tsv and a temporary directory (removed on exit).
 # Per-store totals and every disagreement between readpst runs go to stderr.
 set -euo pipefail
-export LC_ALL=C.UTF-8 TZ=UTC
-
 here=$(cd "$(dirname "$0")" && pwd)
-testdata=${1:-${TESTDATA:-/work/shared/testdata}}
-testdata=$(cd "$testdata" && pwd)
+. "$here/oracle_common.sh"
+oracle_start export_oracle "${1:-}" readpst python3
 out="$here/export_oracle.tsv"
 runs=${READPST_RUNS:-3}   # readpst now and then garbles a body or fails; each item takes the majority of three runs
-
-for tool in readpst python3; do
-  command -v "$tool" >/dev/null || { echo "missing tool: $tool" >&2; exit 1; }
-done
-rpver=$(readpst -V 2>&1 | sed -n 's/^ReadPST \/ LibPST v//p' | head -n1)
-[ "$rpver" = 0.6.76 ] || echo "warning: readpst version $rpver, reference data was made with 0.6.76" >&2
-
-work=$(mktemp -d "${TMPDIR:-/tmp}/export_oracle.XXXXXX")
-trap 'rm -rf "$work"' EXIT
-
-mapfile -t stores < <(
-  cd "$testdata" && ls -1 pst/ansi/*.pst pst/unicode/*.pst ost/unicode512/*.ost ost4k/*.ost | LC_ALL=C sort)
 
 : > "$work/list"
 i=0
@@ -56,19 +42,7 @@ done
 
 python3 - "$work/list" > "$work/export_oracle.tsv" <<'PY'
 import collections, datetime, email, email.header, email.policy, email.utils, hashlib, os, re, sys
-
-def esc(s):
-    """Backslash, tab, CR and LF escaped; bytes that are not UTF-8 as \\xNN."""
-    o = []
-    for ch in s:
-        c = ord(ch)
-        if ch == '\\': o.append('\\\\')
-        elif ch == '\t': o.append('\\t')
-        elif ch == '\n': o.append('\\n')
-        elif ch == '\r': o.append('\\r')
-        elif 0xDC80 <= c <= 0xDCFF: o.append('\\x%02x' % (c - 0xDC00))
-        else: o.append(ch)
-    return ''.join(o)
+from oracle_text import esc
 
 def fail(msg):
     print('error: ' + msg, file=sys.stderr)

@@ -10,24 +10,10 @@
 # Writes only item_parts.tsv and a temporary directory (removed on exit).
 # Per-store totals go to stderr.
 set -euo pipefail
-export LC_ALL=C.UTF-8 TZ=UTC
-
 here=$(cd "$(dirname "$0")" && pwd)
-testdata=${1:-${TESTDATA:-/work/shared/testdata}}
-testdata=$(cd "$testdata" && pwd)
+. "$here/oracle_common.sh"
+oracle_start item_parts "${1:-}" pffexport python3
 out="$here/item_parts.tsv"
-
-for tool in pffexport python3; do
-  command -v "$tool" >/dev/null || { echo "missing tool: $tool" >&2; exit 1; }
-done
-pffver=$(pffexport -V 2>&1 | sed -n 's/^pffexport //p' | head -n1)
-[ "$pffver" = 20180714 ] || echo "warning: pffexport version $pffver, reference data was made with 20180714" >&2
-
-work=$(mktemp -d "${TMPDIR:-/tmp}/item_parts.XXXXXX")
-trap 'rm -rf "$work"' EXIT
-
-mapfile -t stores < <(
-  cd "$testdata" && ls -1 pst/ansi/*.pst pst/unicode/*.pst ost/unicode512/*.ost ost4k/*.ost | LC_ALL=C sort)
 
 : > "$work/list"
 i=0
@@ -43,23 +29,7 @@ done
 
 python3 - "$work/list" > "$work/item_parts.tsv" <<'PY'
 import hashlib, os, re, sys
-
-def esc(s):
-    """Backslash, tab, CR and LF escaped; bytes that are not UTF-8 as \\xNN."""
-    o = []
-    for ch in s:
-        c = ord(ch)
-        if ch == '\\': o.append('\\\\')
-        elif ch == '\t': o.append('\\t')
-        elif ch == '\n': o.append('\\n')
-        elif ch == '\r': o.append('\\r')
-        elif 0xDC80 <= c <= 0xDCFF: o.append('\\x%02x' % (c - 0xDC00))
-        else: o.append(ch)
-    return ''.join(o)
-
-def read_text(p):
-    with open(p, 'rb') as f:
-        return f.read().decode('utf-8', 'surrogateescape')
+from oracle_text import esc, read_text
 
 def fail(msg):
     print('error: ' + msg, file=sys.stderr)
