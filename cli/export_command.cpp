@@ -75,10 +75,8 @@ int RunExport(const std::vector<std::string>& args) {
       options.destinationPath = args[++i];
     } else if (a == "--folder" && left >= 1) {
       folders.push_back(args[++i]);
-    } else if (a == "--mode" && left >= 1) {
-      if (!ParseMode(args[++i], source.mode)) return bad();
-    } else if (a == "--snapshot" && left >= 1) {
-      source.snapshot = args[++i];
+    } else if (const SourceOption taken = TakeSourceOption(args, i, source); taken != SourceOption::kNotMine) {
+      if (taken == SourceOption::kBad) return bad();
     } else if (a == "--deleted" && left >= 1) {
       const std::string& d = args[++i];
       deleted = d == "all" ? 1 : d == "exclude" ? 2 : d == "only" ? 3 : 0;

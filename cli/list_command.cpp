@@ -32,16 +32,13 @@ int RunList(const std::vector<std::string>& args) {
   std::vector<std::string> positional;
   for (std::size_t i = 0; i < args.size(); ++i) {
     const std::string& a = args[i];
-    const bool hasValue = i + 1 < args.size();
     if (a == "--json") {
       json = true;
-    } else if (a == "--mode" && hasValue) {
-      if (!ParseMode(args[++i], source.mode)) {
+    } else if (const SourceOption taken = TakeSourceOption(args, i, source); taken != SourceOption::kNotMine) {
+      if (taken == SourceOption::kBad) {
         std::fprintf(stderr, "%s", kUsage);
         return 2;
       }
-    } else if (a == "--snapshot" && hasValue) {
-      source.snapshot = args[++i];
     } else if (!a.empty() && a[0] != '-') {
       positional.push_back(a);
     } else {

@@ -26,6 +26,17 @@ bool ParseMode(const std::string& value, int& mode) {
   return true;
 }
 
+SourceOption TakeSourceOption(const std::vector<std::string>& args, std::size_t& i, SourceArgs& source) {
+  const std::string& a = args[i];
+  if ((a != "--mode" && a != "--snapshot") || i + 1 >= args.size()) return SourceOption::kNotMine;
+  const std::string& value = args[++i];
+  if (a == "--snapshot") {
+    source.snapshot = value;
+    return SourceOption::kTaken;
+  }
+  return ParseMode(value, source.mode) ? SourceOption::kTaken : SourceOption::kBad;
+}
+
 RecoveredSource::RecoveredSource() = default;
 RecoveredSource::~RecoveredSource() = default;
 

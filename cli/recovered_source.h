@@ -21,6 +21,11 @@ struct SourceArgs {
 // "quick", "advance" or "raw"; false for anything else.
 bool ParseMode(const std::string& value, int& mode);
 
+// How a command's argument at `i` was taken by TakeSourceOption.
+enum class SourceOption { kNotMine, kTaken, kBad };
+// Takes "--mode M" or "--snapshot F" at args[i], moving `i` onto its value.
+SourceOption TakeSourceOption(const std::vector<std::string>& args, std::size_t& i, SourceArgs& source);
+
 // A folder of the tree and its path below the source: names joined by "/".
 struct FolderPath {
   std::size_t row;

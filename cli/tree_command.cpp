@@ -79,15 +79,13 @@ int RunTree(const std::vector<std::string>& args) {
     const bool hasValue = i + 1 < args.size();
     if (a == "--json") {
       json = true;
-    } else if (a == "--mode" && hasValue) {
-      if (!ParseMode(args[++i], source.mode)) {
+    } else if (const SourceOption taken = TakeSourceOption(args, i, source); taken != SourceOption::kNotMine) {
+      if (taken == SourceOption::kBad) {
         std::fprintf(stderr, "%s", kUsage);
         return 2;
       }
     } else if (a == "--save-snapshot" && hasValue) {
       saveTo = args[++i];
-    } else if (a == "--snapshot" && hasValue) {
-      source.snapshot = args[++i];
     } else if (source.path.empty() && !a.empty() && a[0] != '-') {
       source.path = a;
     } else {
