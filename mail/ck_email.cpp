@@ -9,6 +9,7 @@
 
 #include "mail/address_text.h"
 #include "mail/charset_convert.h"
+#include "mail/encoded_words.h"
 #include "mail/file_bytes.h"
 #include "mail/mime_library.h"
 
@@ -44,9 +45,36 @@ std::string Take(char* text) {
   return out;
 }
 
+// Mends the encoded words of every header of `object` and of the parts and
+// messages inside it.
+void MendHeaders(GMimeObject* object) {
+  if (object == nullptr) return;
+  GMimeHeaderList* headers = g_mime_object_get_header_list(object);
+  for (int i = 0, n = headers ? g_mime_header_list_get_count(headers) : 0; i < n; ++i) {
+    GMimeHeader* header = g_mime_header_list_get_header_at(headers, i);
+    const char* raw = g_mime_header_get_raw_value(header);
+    if (raw == nullptr) continue;
+    const std::string mended = MendEncodedWords(raw);
+    if (mended != raw) g_mime_header_set_raw_value(header, mended.c_str());
+  }
+  if (GMIME_IS_MESSAGE(object)) {
+    MendHeaders(g_mime_message_get_mime_part(GMIME_MESSAGE(object)));
+  } else if (GMIME_IS_MULTIPART(object)) {
+    GMimeMultipart* multipart = GMIME_MULTIPART(object);
+    for (int i = 0, n = g_mime_multipart_get_count(multipart); i < n; ++i) {
+      MendHeaders(g_mime_multipart_get_part(multipart, i));
+    }
+  } else if (GMIME_IS_MESSAGE_PART(object)) {
+    MendHeaders(GMIME_OBJECT(g_mime_message_part_get_message(GMIME_MESSAGE_PART(object))));
+  }
+}
+
 // GMime writes a multipart's prologue and epilogue with bare LFs whatever the
 // options say, so everything also passes a filter that adds the missing CRs.
 std::string WriteObject(GMimeObject* object) {
+  // GMime splits long header texts into base64 words that its own reader,
+  // and others that join the words first, cut short.
+  MendHeaders(object);
   Ref<GMimeStream> memory(g_mime_stream_mem_new());
   Ref<GMimeStream> filtered(g_mime_stream_filter_new(memory.get()));
   Ref<GMimeFilter> crlf(g_mime_filter_unix2dos_new(FALSE));

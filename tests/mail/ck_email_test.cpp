@@ -34,6 +34,7 @@ struct TextCase {
   std::string subject;
   std::string plain;
   std::string html;
+  std::string name = "Иван Петров";  // the sender's
 };
 
 const TextCase kTexts[] = {
@@ -46,6 +47,18 @@ const TextCase kTexts[] = {
      "— Ωμέγα — 終わり — and a tail that keeps going well beyond seventy-eight columns",
      "trailing blanks kept   \nand a line that is rather long " + std::string(200, 'x') + "\n",
      "<b>é</b>"},
+    // Texts whose encoded words readers that join the words (GMime) cut at
+    // the first padding unless every word but the last holds whole groups.
+    {"CJK split after padding", "コム ドット イグザンプル 殿", "本文\n", "<p>本文</p>",
+     "コム ドット イグザンプル 殿"},
+    {"long CJK", "第一四半期の売上報告と来期の予算計画についての打ち合わせのお知らせです", "x\n", "<p>x</p>",
+     "東京都千代田区丸の内一丁目営業部第二課課長代理補佐"},
+    {"widths that never make whole groups", [] {
+       std::string s;
+       for (int i = 0; i < 40; ++i) s += i % 2 ? "é" : "a";
+       return s;
+     }(),
+     "y\n", "<p>y</p>"},
 };
 
 class BuiltMessage : public MailFiles {};
@@ -55,7 +68,7 @@ TEST_F(BuiltMessage, NonAsciiSubjectAndBodiesSurviveSaveAndLoad) {
     SCOPED_TRACE(c.what);
     CkEmail mail;
     mail.put_Subject(c.subject);
-    mail.put_From("Иван Петров <ivan@example.ru>");
+    mail.put_From(c.name + " <ivan@example.ru>");
     ASSERT_TRUE(mail.SetTextBody(c.plain, "text/plain"));
     ASSERT_TRUE(mail.SetHtmlBody(c.html));
     const std::string path = Path("out.eml");
@@ -67,7 +80,7 @@ TEST_F(BuiltMessage, NonAsciiSubjectAndBodiesSurviveSaveAndLoad) {
     EXPECT_EQ(back.Subject(), c.subject);
     EXPECT_EQ(back.GetPlainTextBody(), c.plain);
     EXPECT_EQ(back.GetHtmlBody(), c.html);
-    EXPECT_EQ(back.From(), "Иван Петров <ivan@example.ru>");
+    EXPECT_EQ(back.From(), c.name + " <ivan@example.ru>");
     EXPECT_EQ(test::GMimeSubject(path), c.subject);
   }
 }
@@ -77,7 +90,7 @@ TEST_F(BuiltMessage, PythonReadsSubjectSenderAndBodies) {
   for (const TextCase& c : kTexts) {
     CkEmail mail;
     mail.put_Subject(c.subject);
-    mail.put_From("Иван Петров<ivan@example.ru>");
+    mail.put_From(c.name + "<ivan@example.ru>");
     ASSERT_TRUE(mail.AddMultipleTo("A<a@x.org>;Ölaf B <b@y.org>;c@z.org"));
     ASSERT_TRUE(mail.SetTextBody(c.plain, "text/plain"));
     ASSERT_TRUE(mail.SetHtmlBody(c.html));
@@ -93,7 +106,7 @@ TEST_F(BuiltMessage, PythonReadsSubjectSenderAndBodies) {
     SCOPED_TRACE(c.what);
     const std::vector<std::string> expected = {
         "subject\t" + Hex(c.subject),
-        "from\t" + Hex("Иван Петров") + "\tivan@example.ru",
+        "from\t" + Hex(c.name) + "\tivan@example.ru",
         "to\t" + Hex("A") + "\ta@x.org",
         "to\t" + Hex("Ölaf B") + "\tb@y.org",
         "to\t\tc@z.org",
