@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "content/item_render.h"
+#include "content/property_values.h"
 #include "mail/charset_convert.h"
 #include "mail/ck_email.h"
 #include "mail/ck_string.h"
@@ -87,17 +88,23 @@ std::string BodyText(const std::string& bytes, const std::string& charset) {
 }
 
 // The charset of a plain body file.
-std::string PlainCharset(bool isUnicode) {
-  return isUnicode ? "utf-16" : "ansi";
+std::string PlainCharset(bool isUnicode, unsigned codePage) {
+  return isUnicode ? "utf-16" : CodePageCharset(codePage);
 }
 
 // The charset an HTML body file is read in. HTML is kept as the sender's
 // client wrote it, most often UTF-8 already; only bytes that are not UTF-8
 // are taken in the charset the item names.
-std::string HtmlCharset(const std::string& bytes, bool isUnicode) {
+std::string HtmlCharset(const std::string& bytes, const EmlParts& parts) {
   std::string unused;
-  if (ConvertCharsetExact(bytes, "utf-8", "utf-8", &unused)) return "utf-8";
-  return PlainCharset(isUnicode);
+  // A 7-bit stateful charset (ISO-2022) passes as UTF-8 but for its escapes.
+  if (bytes.find('\x1B') == std::string::npos && ConvertCharsetExact(bytes, "utf-8", "utf-8", &unused)) {
+    return "utf-8";
+  }
+  if (parts.htmlCodePage != 0 && parts.htmlCodePage != 65001 && !parts.bodyIsUnicode) {
+    return CodePageCharset(parts.htmlCodePage);
+  }
+  return PlainCharset(parts.bodyIsUnicode, parts.codePage);
 }
 
 bool IsMessageType(const std::string& type) {
@@ -277,7 +284,7 @@ std::string BuildEml(const std::string& itemFolder, const EmlParts& parts,
   std::string body;
   if (!parts.bodyPath.empty()) ReadWholeFile(parts.bodyPath, &body);
   const std::string charset =
-      parts.isPlain ? PlainCharset(parts.bodyIsUnicode) : HtmlCharset(body, parts.bodyIsUnicode);
+      parts.isPlain ? PlainCharset(parts.bodyIsUnicode, parts.codePage) : HtmlCharset(body, parts);
   // A plain UTF-16 body is left to the body pass below.
   if (!parts.isPlain) {
     email.SetHtmlBody(BodyText(body, charset));

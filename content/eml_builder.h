@@ -22,7 +22,9 @@ bool RepairMime(const std::string& path, const std::string& text, bool isPlain,
 // What BuildEml puts in a message besides the attachments.
 struct EmlParts {
   bool isPlain = true;         // the body file is plain text, else HTML
-  bool bodyIsUnicode = false;  // the body file holds UTF-16LE, else Windows-1252
+  bool bodyIsUnicode = false;  // the body file holds UTF-16LE, else 8-bit text in `codePage`
+  unsigned codePage = 1252;    // of the item's 8-bit texts
+  unsigned htmlCodePage = 0;   // the internet code page the item names (0x3FDE), 0 when none
   // Recipients and the delivery time in full; without it the Date comes from
   // `dateText` and the recipients only from the transport headers.
   bool fullHeaders = false;

@@ -52,12 +52,12 @@ std::string MoveToName(const std::string& folder, const std::string& path,
   return path;
 }
 
-std::string ReadBodyText(const std::string& path, bool isUnicode) {
+std::string ReadBodyText(const std::string& path, bool isUnicode, unsigned codePage) {
   std::string bytes;
   if (path.empty() || !ReadWholeFile(path, &bytes)) return {};
   const auto* data = reinterpret_cast<const std::uint8_t*>(bytes.data());
   return isUnicode ? Utf16ToUtf8(data, bytes.size())
-                   : CodePageToUtf8(data, bytes.size(), kDefaultCodePage);
+                   : CodePageToUtf8(data, bytes.size(), codePage);
 }
 
 SubnodeBytes SubnodeBytesOf(StoreReader* store, const SubnodeLists& subnodes) {
@@ -118,7 +118,7 @@ std::string Convert(ItemReader& items, const PropertyBag& bag, const SubnodeList
     result.itemText = RenderItem(result.kind, bag, names, RowKind::kSave,
                                  SubnodeBytesOf(options.store, subnodes));
     if (!result.itemText.empty())
-      result.plainBody = ReadBodyText(header.textPath, header.textIsUnicode);
+      result.plainBody = ReadBodyText(header.textPath, header.textIsUnicode, header.codePage);
   }
 
   if (depth == 0 && options.filter && !options.filter(result)) {
@@ -136,6 +136,7 @@ std::string Convert(ItemReader& items, const PropertyBag& bag, const SubnodeList
                           ItemResult inner;
                           const std::string path = Convert(items, nested.bag, nested.subnodes,
                                                            options, inner, depth + 1, budget);
+                          items.SetTextCodePage(header.codePage);  // the nested item set its own
                           if (path.empty()) return {};
                           const std::string named = MoveToName(items.ItemFolder(), path, name);
                           messages.insert(named);
@@ -147,6 +148,8 @@ std::string Convert(ItemReader& items, const PropertyBag& bag, const SubnodeList
   }
 
   EmlParts parts;
+  parts.codePage = header.codePage;
+  parts.htmlCodePage = GetU32(bag, 0x3FDE);
   parts.transportHeaders = header.transportHeaders;
   parts.subject = header.subject;
   parts.fromText = result.fromText;

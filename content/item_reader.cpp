@@ -35,10 +35,10 @@ constexpr std::uint16_t kTypeObject = 0x000D;
 
 bool IsString(const PropertyValue& v) { return v.propType == kTypeString8 || v.propType == kTypeUnicode; }
 
-std::string ValueText(const PropertyValue& v) {
+std::string ValueText(const PropertyValue& v, unsigned codePage) {
   const std::vector<std::uint8_t> bytes = ValueBytes(v);
   return v.propType == kTypeUnicode ? Utf16ToUtf8(bytes.data(), bytes.size())
-                                    : CodePageToUtf8(bytes.data(), bytes.size(), kDefaultCodePage);
+                                    : CodePageToUtf8(bytes.data(), bytes.size(), codePage);
 }
 
 void CutTrailing(std::string& text, char c) {
@@ -145,6 +145,7 @@ std::string ItemReader::SenderText(const PropertyBag& bag) const {
 }
 
 void ItemReader::BuildItemHeader(const PropertyBag& bag, ItemHeader& h) {
+  h.codePage = codePage_ = marrow::TextCodePage(bag);
   h.fromText = SenderText(bag);
   h.toText = GetString(bag, 0x0E04, false);
   h.ccText = GetString(bag, 0x0E03, false);
@@ -205,7 +206,8 @@ void ItemReader::ReadRecipients(const SubnodeLists& subnodes, const std::string&
   reader_.ReadSubnodeList(child, childLists);
   std::vector<PropertyBag> rows;
   reader_.ReadPropertyBag(table, nullptr, &rows, &segments, childLists, false, true);
-  for (const PropertyBag& row : rows) {
+  for (PropertyBag& row : rows) {
+    row.textCodePage = codePage_;
     std::string address = GetString(row, 0x3003, false);
     std::string type = GetString(row, 0x3002, false);
     const std::string name = GetString(row, 0x3001, false);
@@ -217,7 +219,7 @@ void ItemReader::ReadRecipients(const SubnodeLists& subnodes, const std::string&
       const std::vector<PropertyValue>& values = row.Values();
       for (std::size_t i = 1; i < values.size(); ++i) {
         if (!IsString(values[i])) continue;
-        const std::string text = ValueText(values[i]) + "\r\n";
+        const std::string text = ValueText(values[i], codePage_) + "\r\n";
         const std::size_t at = text.find('@');
         if (at != std::string::npos && at > 0) {
           address = text;
@@ -271,6 +273,7 @@ std::string ItemReader::ReadOneAttachment(std::uint64_t subnodeId, const Subnode
   SubnodeLists childLists;
   reader_.ReadSubnodeList(child, childLists);
   PropertyBag bag;
+  bag.textCodePage = codePage_;
   reader_.ReadPropertyBag(heap, &bag, nullptr, &segments, childLists, false, false);
 
   const PropertyValue* data = bag.Find(0x3701);
@@ -324,6 +327,7 @@ std::string ItemReader::ReadOneAttachment(std::uint64_t subnodeId, const Subnode
       std::uint64_t messageChild = 0;
       reader_.ReadSubnodeList(nestedSubnode, nested->subnodes);
       if (reader_.ReadSubnodeHeap(reference, childLists, message, messageSegments, messageChild)) {
+        nested->bag.textCodePage = codePage_;
         reader_.ReadPropertyBag(message, &nested->bag, nullptr, &messageSegments, nested->subnodes, false, false);
       }
     }

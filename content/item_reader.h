@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "content/property_values.h"
 #include "store/property_bag.h"
 #include "store/store_reader.h"
 
@@ -26,6 +27,7 @@ struct ItemHeader {
   std::string subject;           // 0x0037, marker stripped
   std::string dateText;          // 0x0E06 as text
   bool textIsUnicode = false;
+  unsigned codePage = 1252;  // of the item's 8-bit texts and bodies
   std::uint64_t deliveryTime = 0;  // FILETIME
   std::string messageClass;        // 0x001A
   std::uint32_t messageFlags = 0;  // 0x0E07
@@ -79,6 +81,10 @@ class ItemReader {
 
   void SetHeaderFromParser(HeaderFromParser parser) { parseFrom_ = std::move(parser); }
   void SetEmlRecipientParser(EmlRecipientParser parser) { parseRecipients_ = std::move(parser); }
+  // The code page of the item being read, for the recipient rows and
+  // attachments that name none themselves. BuildItemHeader sets it.
+  void SetTextCodePage(unsigned codePage) { codePage_ = codePage; }
+  unsigned TextCodePage() const { return codePage_; }
 
   const std::string& ItemFolder() const { return itemFolder_; }
   // Removes every file of the item folder (not its subfolders) and makes
@@ -114,6 +120,7 @@ class ItemReader {
   std::string itemFolder_;
   HeaderFromParser parseFrom_;
   EmlRecipientParser parseRecipients_;
+  unsigned codePage_ = kDefaultCodePage;
 };
 
 }  // namespace marrow

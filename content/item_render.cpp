@@ -428,14 +428,14 @@ std::string ItemTypeText(int kind) {
   }
 }
 
-std::vector<std::string> ReadMultiString(const PropertyValue& value) {
+std::vector<std::string> ReadMultiString(const PropertyValue& value, unsigned codePage) {
   std::vector<std::string> values;
   if (!IsMultiString(value.propType)) return values;
   const std::vector<std::uint8_t> bytes = ValueBytes(value);
   for (const auto& [start, end] : ValueRanges(bytes)) {
     values.push_back(value.propType == kTypeMultiUnicode
                          ? Utf16ToUtf8(bytes.data() + start, end - start)
-                         : CodePageToUtf8(bytes.data() + start, end - start, kDefaultCodePage));
+                         : CodePageToUtf8(bytes.data() + start, end - start, codePage));
   }
   return values;
 }
@@ -443,14 +443,14 @@ std::vector<std::string> ReadMultiString(const PropertyValue& value) {
 std::string GetCategories(const PropertyBag& bag, const NameMap& map) {
   const PropertyValue* named = FindNamed(bag, map, kCategoriesId);
   if (named != nullptr) {
-    std::string joined = Join(ReadMultiString(*named));
+    std::string joined = Join(ReadMultiString(*named, TextCodePage(bag)));
     if (!joined.empty()) return joined;
   }
   // Stores that lost the name map still keep the category names, which
   // carry the word in their default form ("Red Category").
   for (const PropertyValue& v : bag.Values()) {
     if (&v == named || !IsMultiString(v.propType)) continue;
-    const std::vector<std::string> values = ReadMultiString(v);
+    const std::vector<std::string> values = ReadMultiString(v, TextCodePage(bag));
     for (const std::string& one : values) {
       if (AsciiLower(one).find("category") != std::string::npos) return Join(values);
     }

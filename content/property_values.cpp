@@ -33,6 +33,54 @@ void AppendUtf8(std::string& out, std::uint32_t c) {
   }
 }
 
+// The Windows code page of a locale's 8-bit text; 0 when the locale has none
+// of its own (Windows-1252 is then taken).
+unsigned LocaleCodePage(std::uint32_t lcid) {
+  const unsigned language = lcid & 0x3FF;
+  switch (language) {
+    case 0x11: return 932;   // Japanese
+    case 0x12: return 949;   // Korean
+    case 0x04:               // Chinese: Taiwan, Hong Kong and Macao write Big5
+      return (lcid == 0x0404 || lcid == 0x0C04 || lcid == 0x1404) ? 950 : 936;
+    case 0x1E: return 874;   // Thai
+    case 0x2A: return 1258;  // Vietnamese
+    case 0x08: return 1253;  // Greek
+    case 0x0D: return 1255;  // Hebrew
+    case 0x01: case 0x20: case 0x29: return 1256;  // Arabic, Urdu, Farsi
+    case 0x25: case 0x26: case 0x27: return 1257;  // Estonian, Latvian, Lithuanian
+    case 0x1F: case 0x2C: case 0x43: return 1254;  // Turkish, Azeri and Uzbek (Latin)
+    case 0x19: case 0x22: case 0x23: case 0x02: case 0x2F: case 0x3F: case 0x40: case 0x44: case 0x50:
+      return 1251;  // Russian, Ukrainian, Belarusian, Bulgarian, Macedonian, Kazakh, Kyrgyz, Tatar, Mongolian
+    case 0x1A:  // Croatian, Bosnian and Serbian: Cyrillic by sublanguage
+      return (lcid == 0x0C1A || lcid == 0x1C1A || lcid == 0x201A || lcid == 0x281A || lcid == 0x301A) ? 1251
+                                                                                                       : 1250;
+    case 0x05: case 0x0E: case 0x15: case 0x18: case 0x1B: case 0x1C: case 0x24:
+      return 1250;  // Czech, Hungarian, Polish, Romanian, Slovak, Albanian, Slovenian
+    default: return 0;
+  }
+}
+
+// The Windows code page of the script an internet code page writes; 0 when
+// it gives no hint (Western and Unicode charsets).
+unsigned InternetCodePageFamily(std::uint32_t cpid) {
+  switch (cpid) {
+    case 932: case 20932: case 50220: case 50221: case 50222: case 51932: return 932;
+    case 936: case 20936: case 52936: case 54936: return 936;
+    case 949: case 50225: case 51949: return 949;
+    case 950: case 20000: case 10002: return 950;
+    case 1250: case 28592: return 1250;
+    case 1251: case 20866: case 21866: case 28595: case 10007: return 1251;
+    case 1253: case 28597: return 1253;
+    case 1254: case 28599: return 1254;
+    case 1255: case 28598: case 38598: return 1255;
+    case 1256: case 28596: return 1256;
+    case 1257: case 28594: case 28603: return 1257;
+    case 874: return 874;
+    case 1258: return 1258;
+    default: return 0;
+  }
+}
+
 std::string IconvName(unsigned codePage) {
   switch (codePage) {
     case 65001: return "UTF-8";
@@ -143,6 +191,17 @@ std::string CodePageToUtf8(const std::uint8_t* bytes, std::size_t size, unsigned
   return out;
 }
 
+std::string CodePageCharset(unsigned codePage) { return IconvName(codePage); }
+
+unsigned TextCodePage(const PropertyBag& bag) {
+  // The item's own code page, unless it names Unicode, which 8-bit text is not.
+  const std::uint32_t own = GetU32(bag, 0x3FFD);
+  if (own != 0 && own != 1200 && own != 1201 && own != 65001) return own;
+  if (const unsigned locale = LocaleCodePage(GetU32(bag, 0x3FF1)); locale != 0) return locale;
+  if (const unsigned family = InternetCodePageFamily(GetU32(bag, 0x3FDE)); family != 0) return family;
+  return bag.textCodePage != 0 ? bag.textCodePage : kDefaultCodePage;
+}
+
 std::string GetString(const PropertyBag& bag, std::uint16_t id, bool stripMarker, unsigned codePage) {
   const PropertyValue* v = bag.Find(id);
   if (v == nullptr || (v->propType != kTypeUnicode && v->propType != kTypeString8)) return {};
@@ -159,7 +218,7 @@ std::string GetString(const PropertyBag& bag, std::uint16_t id, bool stripMarker
   }
   if (skip >= bytes.size()) return {};
   if (v->propType == kTypeUnicode) return Utf16ToUtf8(bytes.data() + skip, bytes.size() - skip);
-  return CodePageToUtf8(bytes.data() + skip, bytes.size() - skip, codePage);
+  return CodePageToUtf8(bytes.data() + skip, bytes.size() - skip, codePage != 0 ? codePage : TextCodePage(bag));
 }
 
 std::uint32_t GetU32(const PropertyBag& bag, std::uint16_t id) {

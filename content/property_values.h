@@ -21,10 +21,18 @@ std::vector<std::uint8_t> Utf8ToUtf16(const std::string& text);
 // 8-bit text in `codePage` up to the first NUL, as UTF-8.
 std::string CodePageToUtf8(const std::uint8_t* bytes, std::size_t size, unsigned codePage);
 
-// Type 0x001F as UTF-16, type 0x001E as 8-bit text in `codePage`, else "".
-// With `stripMarker`, a leading subject marker (0x01 and a marker byte) is dropped.
-std::string GetString(const PropertyBag& bag, std::uint16_t id, bool stripMarker,
-                      unsigned codePage = kDefaultCodePage);
+// The iconv name of a Windows code page.
+std::string CodePageCharset(unsigned codePage);
+
+// The code page of a bag's 8-bit texts: the item's own (0x3FFD), else that
+// of its locale (0x3FF1), else the script of its internet code page (0x3FDE),
+// else the one the bag was given by its item, else Windows-1252.
+unsigned TextCodePage(const PropertyBag& bag);
+
+// Type 0x001F as UTF-16, type 0x001E as 8-bit text in `codePage` (0: the
+// bag's TextCodePage), else "". With `stripMarker`, a leading subject marker
+// (0x01 and a marker byte) is dropped.
+std::string GetString(const PropertyBag& bag, std::uint16_t id, bool stripMarker, unsigned codePage = 0);
 // The value when it has 4 bytes, else 0.
 std::uint32_t GetU32(const PropertyBag& bag, std::uint16_t id);
 // The value when it has 8 bytes, a 4-byte value widened, else 0.

@@ -46,6 +46,10 @@ class PropertyBag {
   bool empty() const { return values_.empty(); }
   void clear() { values_.clear(); }
 
+  // The code page of the bag's 8-bit texts when the bag names none itself:
+  // an attachment or a recipient row takes its item's. 0 when not given.
+  unsigned textCodePage = 0;
+
  private:
   std::vector<PropertyValue> values_;
 };

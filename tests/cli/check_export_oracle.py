@@ -395,10 +395,14 @@ def pin(stores, nodes, fields, verdict):
 pin('pst/ansi/go-pst_32-bit.pst', 0x200024, 'subject',
     "fault: the subject marker 01 0A before 'Updated: ' stays in the subject (content/property_values.cpp "
     "GetString strips markers 01 00/01/04-07/10/14/1A only)")
-pin('pst/ansi/hiraoka_contacts97-2002.pst', 0x200024, ('folder', 'nonascii'),
-    "fault: 8-bit strings of this ANSI store are CP932 (the contact names locale 1041, no 0x3FFD code page) "
-    "and are read as windows-1252 (kDefaultCodePage): folder names, subject and rows are mojibake; readpst "
-    "passes the raw bytes through")
+pin('pst/ansi/hiraoka_contacts97-2002.pst', 0x200024, 'folder',
+    "fault: the folder names of this ANSI store are CP932, and no folder names a code page or a locale, so "
+    "they are read as windows-1252 (kDefaultCodePage) and come out as mojibake; readpst passes the raw "
+    "bytes through")
+pin('pst/ansi/hiraoka_contacts97-2002.pst', 0x200024, 'subject',
+    "oracles wrong: the contact's 8-bit texts are CP932 (its locale is 1041, it names no 0x3FFD code page); "
+    "we read them so (EXPECT_TEXT checks the subject and the rows), pffexport reads them as windows-1252 "
+    "and readpst passes the raw bytes through")
 pin('ost4k/aspose_SampleOstFile.ost',
     (0x214304, 0x2143e4, 0x214404, 0x214584, 0x2145a4, 0x214784, 0x2147c4, 0x2147e4, 0x214a24, 0x214a44,
      0x214a84), 'rows',

@@ -11,6 +11,7 @@
 
 #include "content/property_values.h"
 #include "content/rtf_body.h"
+#include "mail/ck_string.h"
 #include "store/store_reader.h"
 #include "tests/support/test_data.h"
 
@@ -147,10 +148,19 @@ TEST_F(MessageOracle, ItemsAgreeWithPffexport) {
       for (const SubjectVerdict& v : kSubjectVerdicts) {
         if (store == v.store && id == v.message) subject = v.ours, why = v.why;
       }
-      EXPECT_EQ(GetString(bag, 0x0037, true), subject) << why;
-      // ANSI stores: pffexport reads 8-bit text as windows-1252 too, so the
-      // CP932 names of hiraoka_contacts97-2002.pst come out equally garbled.
-      EXPECT_EQ(bag.Find(0x0C1A) ? GetString(bag, 0x0C1A, false) : "-", item.sender);
+      // pffexport reads every 8-bit text as windows-1252; we read it in the
+      // code page the item names (hiraoka_contacts97-2002.pst: CP932 by its
+      // locale 1041), so its bytes are taken back and read that way.
+      auto asItemReads = [&bag](std::uint16_t id, const std::string& text) {
+        const PropertyValue* v = bag.Find(id);
+        if (v == nullptr || v->propType != 0x001E || TextCodePage(bag) == kDefaultCodePage) return text;
+        CkString bytes(text);
+        bytes.ConvertCharset("utf-8", "ansi");
+        const std::string& raw = bytes.GetString();
+        return CodePageToUtf8(reinterpret_cast<const std::uint8_t*>(raw.data()), raw.size(), TextCodePage(bag));
+      };
+      EXPECT_EQ(GetString(bag, 0x0037, true), asItemReads(0x0037, subject)) << why;
+      EXPECT_EQ(bag.Find(0x0C1A) ? GetString(bag, 0x0C1A, false) : "-", asItemReads(0x0C1A, item.sender));
       EXPECT_EQ(PffTime(bag, 0x0039), item.submitTime);
       EXPECT_EQ(PffTime(bag, 0x0E06), item.deliveryTime);
 
