@@ -80,6 +80,42 @@ TEST(GetString, BothTextFormsAndTheSubjectMarker) {
   EXPECT_EQ(GetString(ansiMarked, 0x0037, true), "FW: x");
 }
 
+// The code page of 8-bit text: the item's own, its locale's, its internet
+// code page's script, what its item gave it, Windows-1252; in that order.
+TEST(TextCodePage, OwnThenLocaleThenInternetThenGiven) {
+  auto u32 = [](std::uint32_t v) {
+    return Buf{static_cast<std::uint8_t>(v), static_cast<std::uint8_t>(v >> 8), static_cast<std::uint8_t>(v >> 16),
+               static_cast<std::uint8_t>(v >> 24)};
+  };
+  const Buf sjis = {0x93, 0xFA, 0x96, 0x7B};  // "日本" in CP932
+  struct Case {
+    const char* what;
+    PropertyBag bag;
+    unsigned given;
+    unsigned want;
+  };
+  Case cases[] = {
+      {"nothing named", Bag({}), 0, 1252},
+      {"own code page", Bag({{0x3FFD, 0x0003, u32(1251)}, {0x3FF1, 0x0003, u32(1041)}}), 0, 1251},
+      {"own names Unicode: the locale's", Bag({{0x3FFD, 0x0003, u32(65001)}, {0x3FF1, 0x0003, u32(1049)}}), 0, 1251},
+      {"Japanese locale", Bag({{0x3FF1, 0x0003, u32(1041)}, {0x3FDE, 0x0003, u32(1252)}}), 0, 932},
+      {"Chinese (Taiwan) locale", Bag({{0x3FF1, 0x0003, u32(0x0404)}}), 0, 950},
+      {"Chinese (PRC) locale", Bag({{0x3FF1, 0x0003, u32(0x0804)}}), 0, 936},
+      {"Serbian (Cyrillic) locale", Bag({{0x3FF1, 0x0003, u32(0x0C1A)}}), 0, 1251},
+      {"English locale, ISO-2022-JP mail", Bag({{0x3FF1, 0x0003, u32(1033)}, {0x3FDE, 0x0003, u32(50220)}}), 0, 932},
+      {"KOI8-R mail", Bag({{0x3FDE, 0x0003, u32(20866)}}), 0, 1251},
+      {"UTF-8 mail, given by the item", Bag({{0x3FDE, 0x0003, u32(65001)}}), 936, 936},
+      {"own beats given", Bag({{0x3FFD, 0x0003, u32(1250)}}), 932, 1250},
+  };
+  for (Case& c : cases) {
+    c.bag.textCodePage = c.given;
+    EXPECT_EQ(TextCodePage(c.bag), c.want) << c.what;
+  }
+  PropertyBag contact = Bag({{0x0037, 0x001E, sjis}, {0x3FF1, 0x0003, u32(1041)}});
+  EXPECT_EQ(GetString(contact, 0x0037, false), "\xE6\x97\xA5\xE6\x9C\xAC") << "read in the locale's code page";
+  EXPECT_EQ(GetString(contact, 0x0037, false, 1252), "\xE2\x80\x9C\xC3\xBA\xE2\x80\x93{") << "a code page asked for wins";
+}
+
 TEST(GetString, SpilledValueIsReadFromItsFile) {
   const std::string path = (std::filesystem::temp_directory_path() / "marrow-spill-test.Bin").string();
   const Buf body = U16(u"a body kept on disk");
