@@ -1,4 +1,4 @@
-// marrow-cli export FILE --to eml|mbox --out DIR [--folder PATH]... [--mode quick|advance|raw]
+// marrow-cli export FILE... --to eml|mbox --out DIR [--folder PATH]... [--mode quick|advance|raw]
 //   [--deleted all|exclude|only] [--from|--to|--subject|--folder-name include|exclude TEXT]...
 //   [--type include|exclude LABEL]... [--dates [include|exclude] FIRST..SECOND]... [--snapshot F]
 #include <unistd.h>
@@ -6,14 +6,14 @@
 #include <cstdio>
 #include <ctime>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "cli/commands.h"
 #include "cli/recovered_source.h"
-#include "content/eml_builder.h"
-#include "content/item_converter.h"
 #include "saving/save_filter.h"
+#include "saving/item_save_driver.h"
 #include "saving/save_pipeline.h"
 #include "store/temp_file.h"
 
@@ -23,15 +23,10 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* kUsage =
-    "usage: marrow-cli export FILE --to eml|mbox --out DIR [--folder PATH]... [--mode quick|advance|raw]\n"
+    "usage: marrow-cli export FILE... --to eml|mbox --out DIR [--folder PATH]... [--mode quick|advance|raw]\n"
     "         [--deleted all|exclude|only] [--from|--to|--subject|--folder-name include|exclude TEXT]...\n"
     "         [--type include|exclude LABEL]... [--dates [include|exclude] YYYY-MM-DD..YYYY-MM-DD]...\n"
     "         [--snapshot F]\n";
-
-// FILETIME (100 ns since 1601) as Unix seconds.
-std::int64_t UnixSeconds(std::uint64_t filetime) {
-  return static_cast<std::int64_t>(filetime / 10000000ull) - 11644473600ll;
-}
 
 // A local calendar day's start or end as Unix seconds; false when not YYYY-MM-DD.
 bool LocalDay(const std::string& text, bool end, std::int64_t& out) {
@@ -58,6 +53,7 @@ bool FilterMode(const std::string& word, int& mode) {
 
 int RunExport(const std::vector<std::string>& args) {
   SourceArgs source;
+  std::vector<std::string> paths;
   SaveOptions options;
   std::vector<std::string> folders;
   int deleted = 1;
@@ -105,13 +101,15 @@ int RunExport(const std::vector<std::string>& args) {
       }
       filter.dateInclude = mode;
       filter.dates.push_back(r);
-    } else if (source.path.empty() && !a.empty() && a[0] != '-') {
-      source.path = a;
+    } else if (!a.empty() && a[0] != '-') {
+      paths.push_back(a);
     } else {
       return bad();
     }
   }
-  if ((source.path.empty() && source.snapshot.empty()) || options.kind == kOutputNone ||
+  if (paths.empty() && !source.snapshot.empty()) paths.push_back("");  // the snapshot names its source
+  // A snapshot belongs to one store.
+  if (paths.empty() || (paths.size() > 1 && !source.snapshot.empty()) || options.kind == kOutputNone ||
       options.destinationPath.empty()) {
     return bad();
   }
@@ -121,79 +119,61 @@ int RunExport(const std::vector<std::string>& args) {
     return 1;
   }
 
-  RecoveredSource recovered;
-  if (!recovered.Run(source)) return 1;
-  StoreReader& reader = recovered.Reader();
-  MemoryTree& tree = recovered.Tree();
-  if (!folders.empty()) {
-    tree.SetCheckedBelow(recovered.Root(), false);
-    for (const std::string& path : folders) {
-      const long row = recovered.FindFolder(path);
-      if (row < 0) {
-        std::fprintf(stderr, "marrow-cli: no folder \"%s\" in the recovered tree (see marrow-cli tree)\n",
-                     path.c_str());
-        return 1;
-      }
-      tree.SetCheckedBelow(reader.folders[row].treeItem, true);
-    }
-  }
-
-  // The item folder holds one item's files at a time.
-  const std::string itemFolder = DefaultTempFolder() + "/tempjj32125-" + std::to_string(::getpid()) + "/";
-  ItemReader items(reader, itemFolder);
-  ItemResult last;
-  auto convert = [&](const FolderItem& item, const SaveFilter* run) {
-    ConvertedItem out;
-    items.ClearItemFolder();
-    SubnodeLists subnodes;
-    reader.ReadSubnodeList(item.subnodeBlock, subnodes);
-    PropertyBag bag;
-    if (!reader.ReadBagFromBlock(item.dataBlock, bag, subnodes)) return out;
-    ConvertOptions convertOptions;
-    convertOptions.store = &reader;
-    convertOptions.directSave = true;
-    convertOptions.filter = [run](const ItemResult& r) {
-      return ItemAllowed(run, r.fromText, r.toText, r.subject, UnixSeconds(r.deliveryTime), r.messageClass);
-    };
-    last = ItemResult();
-    out.emlPath = ConvertItem(items, bag, subnodes, convertOptions, last);
-    out.type = last.typeText;
-    out.fromText = last.fromText;
-    out.subject = last.subject;
-    out.deliveryTime = last.deliveryTime;
-    return out;
+  // Every store is recovered first, as the program has them all open when
+  // the save starts; then all are saved in the order given.
+  struct Store {
+    RecoveredSource recovered;
+    std::unique_ptr<SavePipeline> pipeline;
+    std::unique_ptr<ItemSaveDriver> driver;
   };
-  auto rebuild = [&](const ConvertedItem& item) {
-    ItemEmlParts parts;
-    parts.itemText = last.itemText;
-    parts.typeText = last.typeText;
-    parts.subject = last.subject;
-    parts.deliveryTime = last.deliveryTime;
-    parts.plainBody = last.plainBody;
-    parts.fromText = last.fromText;
-    parts.toText = last.toText;
-    const std::string rebuilt = BuildItemEml(itemFolder, parts, last.attachments);
-    std::error_code copyError;
-    if (!rebuilt.empty()) fs::copy_file(rebuilt, item.emlPath, fs::copy_options::overwrite_existing, copyError);
-  };
-
   MemoryProfile profile;
   profile.ints[kSaveDeletedKey] = deleted;
-  SavePipeline pipeline(reader, tree, recovered.Root(), profile);
-  pipeline.SetConversion(convert, rebuild);
-  const SaveEnd end = pipeline.SaveStore(options);
-  fs::remove_all(itemFolder, ec);
+  std::vector<std::unique_ptr<Store>> stores;
+  std::vector<bool> folderFound(folders.size(), false);
+  for (const std::string& path : paths) {
+    auto store = std::make_unique<Store>();
+    SourceArgs args = source;
+    args.path = path;
+    if (!store->recovered.Run(args)) return 1;
+    RecoveredSource& recovered = store->recovered;
+    StoreReader& reader = recovered.Reader();
+    if (!folders.empty()) {
+      recovered.Tree().SetCheckedBelow(recovered.Root(), false);
+      for (std::size_t k = 0; k < folders.size(); ++k) {
+        const long row = recovered.FindFolder(folders[k]);
+        if (row < 0) continue;
+        folderFound[k] = true;
+        recovered.Tree().SetCheckedBelow(reader.folders[row].treeItem, true);
+      }
+    }
+    store->pipeline = std::make_unique<SavePipeline>(reader, recovered.Tree(), recovered.Root(), profile);
+    store->driver = std::make_unique<ItemSaveDriver>(
+        reader, DefaultTempFolder() + "/tempjj32125-" + std::to_string(::getpid()) + "-" +
+                    std::to_string(stores.size()) + "/");
+    store->driver->Attach(*store->pipeline);
+    stores.push_back(std::move(store));
+  }
+  for (std::size_t k = 0; k < folders.size(); ++k) {
+    if (folderFound[k]) continue;
+    std::fprintf(stderr, "marrow-cli: no folder \"%s\" in the recovered tree (see marrow-cli tree)\n",
+                 folders[k].c_str());
+    return 1;
+  }
 
-  if (end.cancelled) {
-    std::printf("Saving process aborted by user.\n");
-    return 1;
+  std::vector<SavePipeline*> pipelines;
+  for (const auto& store : stores) pipelines.push_back(store->pipeline.get());
+  const SaveAllEnd end = SaveAllStores(pipelines, options);
+  int status = end.cancelled ? 1 : 0;
+  for (const SaveEnd& one : end.stores) {
+    if (one.failed) {
+      std::printf("%s\n", one.message.c_str());
+      status = 1;
+    } else if (!one.cancelled) {
+      std::printf("%u item(s) saved at %s\n", one.itemsWritten, one.destination.c_str());
+    }
   }
-  if (end.failed) {
-    std::printf("%s\n", end.message.c_str());
-    return 1;
-  }
-  std::printf("%u item(s) saved at %s\n", end.itemsWritten, end.destination.c_str());
-  return 0;
+  if (!end.text.empty()) std::printf("%s\n", end.text.c_str());
+  return status;
 }
 
 }  // namespace marrow::cli

@@ -34,13 +34,49 @@ using ItemConversion = std::function<ConvertedItem(const FolderItem& item, const
 // Rebuilds the MIME file of a non-mail item in place, before it is written.
 using NonMailRebuild = std::function<void(const ConvertedItem& item)>;
 
-// The end of a run, for the caller to show.
+// The end of a store's run, for the caller to show.
 struct SaveEnd {
   bool cancelled = false;
   bool failed = false;      // the walk ended early (an output could not be made)
   std::string message;      // the text of a failure
   std::string destination;  // where the store's output went
   std::uint32_t itemsWritten = 0;
+};
+
+// An item chosen in a list, to be saved under its folder's path.
+struct ChosenItem {
+  std::string folderPath;  // relative to the destination, "/" after each name
+  std::uint64_t dataBlock = 0;
+  std::uint64_t nodeId = 0;
+  std::uint64_t subnodeBlock = 0;
+};
+
+// How a kind of output is written: through the engine, into one store, and
+// the format code the engine is given.
+struct OutputRoute {
+  bool usesEngine = false;
+  bool singleStore = false;
+  std::uint32_t saveAsCode = 3;
+};
+OutputRoute RouteOf(OutputKind kind);
+
+// The state of one run, reset at its start.
+struct SaveRunState {
+  std::uint32_t targetMode = 0;  // 0 a local target, 4 the server route
+  bool usesEngine = false;
+  bool singleStore = false;
+  bool skipTopFolderChoice = false;  // carried; the top folders are always left out
+  std::string destinationPath;       // ends in "/"
+  std::uint32_t oeParentFolderId = 0;
+  int splitIndex = 0;
+  std::string storePrefix;
+  std::uint32_t saveAsCode = 3;
+  OutputKind outputKind = kOutputNone;
+  std::uint32_t fileIndex = 0;      // items so far in this folder; names the files
+  std::uint32_t selectedDone = 0;   // items so far in a run over chosen items
+  std::uint32_t totalInFolder = 0;  // the tree's count for the folder being saved
+  std::string currentRelFolder;     // ends in "/"
+  std::uint32_t saveDeletedMode = 1;
 };
 
 class SavePipeline {
@@ -52,22 +88,35 @@ class SavePipeline {
   // Saves the store's checked folders under `options.destinationPath`, in a
   // folder named after the source file (numbered when that name is taken).
   SaveEnd SaveStore(const SaveOptions& options);
+  // Saves items chosen in a list, each under `destination` and its folder
+  // path, numbered per folder in the order chosen. No filter applies.
+  SaveEnd SaveChosenItems(const std::vector<ChosenItem>& items, const std::string& destination, OutputKind kind);
 
   // --- Steps, public for the GUI and the tests ----------------------------
+  // One run to `destinationPath`, by the route the pair names.
+  void RunSave(bool usesEngine, bool singleStore, bool skipTopFolderChoice, const std::string& destinationPath,
+               std::uint32_t oeParentFolderId, int splitIndex, const std::string& storePrefix);
   // The folder's path below the store, top folders left out, "/" after each name.
   std::string RelativePath(TreeItem folder, std::vector<std::string>* names = nullptr) const;
   // Makes the folder's output directory (and, for MBOX, its file).
   bool PrepareFolderOutput(const std::string& relPath, const std::string& folderName);
   void WalkCheckedFolders();
+  void WalkChosenItems();
   void WalkFolderItems(std::size_t folderRow);
   void SaveOneItem(const FolderItem& item);
   void SaveFromEml(const ConvertedItem& item);
+  bool IsCancelled();
+  // Whether the store has a checked folder to save (see HasCheckedFolder below).
+  bool HasCheckedFolder();
 
-  std::uint32_t FileIndex() const { return fileIndex_; }
-  const std::string& Destination() const { return destination_; }
+  const SaveRunState& Run() const { return run_; }
+  std::uint32_t FileIndex() const { return run_.fileIndex; }
+  const std::string& Destination() const { return run_.destinationPath; }
+  StoreReader& Reader() { return reader_; }
 
  private:
-  bool Cancelled();
+  void ResetRun();
+  SaveEnd EndOfRun();
 
   StoreReader& reader_;
   TreeSink& tree_;
@@ -76,17 +125,33 @@ class SavePipeline {
   ItemConversion convert_;
   NonMailRebuild rebuild_;
 
-  const SaveOptions* options_ = nullptr;
-  std::string destination_;     // ends in "/"
-  std::string currentRelFolder_;  // ends in "/"
-  std::uint32_t fileIndex_ = 0;
-  std::uint32_t totalInFolder_ = 0;
-  std::uint32_t saveDeletedMode_ = 1;
+  SaveFilter noFilter_;
+  const SaveFilter* filter_ = &noFilter_;
+  const std::vector<ChosenItem>* chosen_ = nullptr;  // set in a run over chosen items
+  SaveRunState run_;
   std::uint32_t itemsWritten_ = 0;
   bool walkFailed_ = false;
   std::string failure_;
   MboxWriter mbox_;
 };
+
+// Whether the store has a folder to save: a checked folder anywhere below
+// it, or the store's own item checked when its text is not the store's path.
+bool HasCheckedFolder(TreeSink& tree, TreeItem storeItem, const std::string& storePath);
+
+// The end of a run over all stores.
+struct SaveAllEnd {
+  bool cancelled = false;
+  std::vector<SaveEnd> stores;  // one per store saved, in order
+  std::string text;             // what the run ends with; "" when the caller shows the location
+};
+
+// Saves every store that has a checked folder, in list order, then each
+// store still to be scanned (`pendingPaths`, checked rows not yet read):
+// `scanPending` scans it and gives its pipeline, or nullptr. Stops on cancel.
+SaveAllEnd SaveAllStores(const std::vector<SavePipeline*>& stores, const SaveOptions& options,
+                         const std::vector<std::string>& pendingPaths = {},
+                         const std::function<SavePipeline*(const std::string& path)>& scanPending = {});
 
 // A folder or file name made safe for one path component: the characters a
 // file name cannot hold become "_", and "." or ".." become "_".

@@ -57,6 +57,18 @@ try:
     assert names and not any(n.startswith("message 199") for n in names), names
     assert len(names) == 25 - 10, names  # sub1 holds messages 1975 to 1999
 
+    # Several stores in one run, in the order given; a second store of the
+    # same file name gets the next free number.
+    other = os.path.join(work, "b", "Sample.ost")
+    os.mkdir(os.path.dirname(other))
+    shutil.copy(sample, other)
+    code, text = export(other, "--to", "eml", "--out", out, "--folder", "Root - Mailbox/IPM_SUBTREE/Inbox/sub2")
+    lines = text.splitlines()
+    assert code == 0 and len(lines) == 2, text
+    # sub2 lists 31 items; two are lost rows whose blocks are gone.
+    assert lines[0] == "29 item(s) saved at %s/" % os.path.join(out, "Sample.ost(3)"), lines
+    assert lines[1] == "29 item(s) saved at %s/" % os.path.join(out, "Sample.ost(4)"), lines
+
     code, text = export("--to", "eml", "--out", os.path.join(work, "missing"))
     assert code == 1
     code, text = export("--to", "pdf", "--out", out)

@@ -29,8 +29,10 @@ class SaveWalk : public ::testing::Test {
   void TearDown() override { fs::remove_all(dir_); }
 
   // Recovers the bundled sample (a copy) into `tree`, everything checked.
-  TreeItem Recover(StoreReader& reader, MemoryTree& tree) {
-    const fs::path copy = dir_ / "Sample.ost";
+  // `folder` keeps copies of one name apart: each reader locks its file.
+  TreeItem Recover(StoreReader& reader, MemoryTree& tree, const std::string& folder = ".") {
+    fs::create_directories(dir_ / folder);
+    const fs::path copy = dir_ / folder / "Sample.ost";
     fs::copy_file(fs::path(MARROW_SOURCE_DIR) / "samples/aspose_SampleOstFile.ost", copy,
                   fs::copy_options::overwrite_existing);
     const TreeItem root = tree.AddRoot(copy.string(), 9);
@@ -91,10 +93,6 @@ TEST_F(SaveWalk, EmlFilesNumberedPerFolderUnderTheStoresOwnFolder) {
   // 102 items listed in the tree (92 in the index, 10 lost), one failed.
   EXPECT_EQ(end.itemsWritten, 101u);
 
-  // A second save of a store of that name goes to "Sample.ost(1)".
-  SavePipeline again(reader, tree, root, profile);
-  again.SetConversion(FakeConversion());
-  EXPECT_EQ(again.SaveStore(options).destination, (dir_ / "out" / "Sample.ost(1)").string() + "/");
 }
 
 TEST_F(SaveWalk, LostItemModesAndCheckMarks) {
@@ -194,6 +192,114 @@ TEST_F(SaveWalk, HostileFolderNamesStayInsideTheDestination) {
   top.clear();
   for (const auto& e : fs::directory_iterator(dir_)) top.insert(e.path().filename().string());
   EXPECT_EQ(top, (std::set<std::string>{"out"}));
+}
+
+// Items chosen in a list: numbered per folder in the order chosen, under the
+// destination itself, with no filter and no lost-item text.
+TEST_F(SaveWalk, ChosenItemsNumberedPerFolderInTheOrderChosen) {
+  StoreReader reader;
+  MemoryTree tree;
+  const TreeItem root = Recover(reader, tree);
+  std::vector<FolderItem> inbox, sub1;
+  for (const FolderRecord& f : reader.folders) {
+    if (f.name == "Inbox") ForEachFolderItem(reader, f.nodeId, 1, [&](const FolderItem& i) { inbox.push_back(i); });
+    if (f.name == "sub1") ForEachFolderItem(reader, f.nodeId, 1, [&](const FolderItem& i) { sub1.push_back(i); });
+  }
+  ASSERT_GE(inbox.size(), 2u);
+  ASSERT_GE(sub1.size(), 2u);
+  auto chosen = [](const std::string& folder, const FolderItem& i) {
+    return ChosenItem{folder, i.dataBlock, i.nodeId, i.subnodeBlock};
+  };
+  const std::vector<ChosenItem> items = {chosen("Inbox/sub1/", sub1[1]), chosen("Inbox/", inbox[0]),
+                                         chosen("Inbox/sub1/", sub1[0]), chosen("Inbox/", inbox[1])};
+  MemoryProfile profile;
+  SavePipeline pipeline(reader, tree, root, profile);
+  std::vector<std::string> order;
+  const ItemConversion fake = FakeConversion();
+  pipeline.SetConversion([&](const FolderItem& item, const SaveFilter* filter) {
+    EXPECT_EQ(filter->subjectInclude, kFilterOff) << "no filter in a run over chosen items";
+    order.push_back(std::to_string(item.nodeId));
+    return fake(item, filter);
+  });
+  const SaveEnd end = pipeline.SaveChosenItems(items, (dir_ / "out").string(), kOutputEml);
+  ASSERT_FALSE(end.failed) << end.message;
+  EXPECT_EQ(end.destination, (dir_ / "out").string() + "/") << "no folder of the store's own";
+  EXPECT_EQ(end.itemsWritten, 4u);
+  // Folders in first-seen order, items in the order chosen inside each.
+  EXPECT_EQ(order, (std::vector<std::string>{std::to_string(sub1[1].nodeId), std::to_string(sub1[0].nodeId),
+                                             std::to_string(inbox[0].nodeId), std::to_string(inbox[1].nodeId)}));
+  auto subjectOf = [](const fs::path& eml) {
+    std::ifstream in(eml);
+    std::string line;
+    std::getline(in, line);
+    return line;
+  };
+  EXPECT_EQ(subjectOf(dir_ / "out/Inbox/sub1/1.eml"), "Subject: " + std::to_string(sub1[1].nodeId) + "\r");
+  EXPECT_EQ(subjectOf(dir_ / "out/Inbox/sub1/2.eml"), "Subject: " + std::to_string(sub1[0].nodeId) + "\r");
+  EXPECT_EQ(subjectOf(dir_ / "out/Inbox/2.eml"), "Subject: " + std::to_string(inbox[1].nodeId) + "\r");
+  EXPECT_EQ(pipeline.Run().saveAsCode, 3u);
+  EXPECT_EQ(pipeline.Run().totalInFolder, 0u) << "both go back at the end";
+}
+
+// A run over all stores: stores with a checked folder in list order, two of
+// one file name in two folders, the pending ones scanned first, and the
+// routes this build cannot write yet refused without writing.
+TEST_F(SaveWalk, AllStoresInOrderWithTheirOwnFolders) {
+  StoreReader first, second, unchecked, pending;
+  MemoryTree firstTree, secondTree, uncheckedTree, pendingTree;
+  const TreeItem firstRoot = Recover(first, firstTree, "a");
+  const TreeItem secondRoot = Recover(second, secondTree, "b");
+  const TreeItem uncheckedRoot = Recover(unchecked, uncheckedTree, "c");
+  const TreeItem pendingRoot = Recover(pending, pendingTree, "d");
+  uncheckedTree.SetCheckedBelow(uncheckedRoot, false);
+  MemoryProfile profile;
+  SavePipeline a(first, firstTree, firstRoot, profile), b(second, secondTree, secondRoot, profile),
+      c(unchecked, uncheckedTree, uncheckedRoot, profile), d(pending, pendingTree, pendingRoot, profile);
+  for (SavePipeline* p : {&a, &b, &c, &d}) p->SetConversion(FakeConversion());
+  SaveOptions options;
+  options.kind = kOutputEml;
+  options.destinationPath = (dir_ / "out").string();
+  std::vector<std::string> scanned;
+  const SaveAllEnd end = SaveAllStores({&a, &c, &b}, options, {pending.sourcePath, "/nowhere/x.ost"},
+                                       [&](const std::string& path) -> SavePipeline* {
+                                         scanned.push_back(path);
+                                         return path == pending.sourcePath ? &d : nullptr;
+                                       });
+  EXPECT_FALSE(end.cancelled);
+  EXPECT_EQ(end.text, "") << "the caller shows the location";
+  ASSERT_EQ(end.stores.size(), 3u) << "the store with nothing checked is passed over";
+  EXPECT_EQ(end.stores[0].destination, (dir_ / "out/Sample.ost").string() + "/");
+  EXPECT_EQ(end.stores[1].destination, (dir_ / "out/Sample.ost(1)").string() + "/");
+  EXPECT_EQ(end.stores[2].destination, (dir_ / "out/Sample.ost(2)").string() + "/");
+  EXPECT_EQ(scanned, (std::vector<std::string>{pending.sourcePath, "/nowhere/x.ost"}));
+
+  // The store item alone, checked, counts only when its text is not the path.
+  EXPECT_FALSE(c.HasCheckedFolder());
+  uncheckedTree.SetChecked(uncheckedRoot, true);
+  EXPECT_FALSE(c.HasCheckedFolder()) << "its text is the store's path";
+  MemoryTree named;
+  const TreeItem store = named.AddRoot("Mailbox", 9);
+  named.InsertSorted(named.InsertSorted(store, "Inbox", 10), "Deep", 10);
+  EXPECT_FALSE(HasCheckedFolder(named, store, "/x/Mailbox.ost"));
+  named.SetChecked(store, true);
+  EXPECT_TRUE(HasCheckedFolder(named, store, "/x/Mailbox.ost"));
+  named.SetChecked(store, false);
+  named.SetCheckedBelow(named.FirstChild(named.FirstChild(store)), true);
+  EXPECT_TRUE(HasCheckedFolder(named, store, "/x/Mailbox.ost")) << "a checked folder deep down";
+
+  // Outputs whose writers come later fail in words and write nothing; a
+  // printed run writes nothing and reports nothing.
+  fs::remove_all(dir_ / "out");
+  fs::create_directories(dir_ / "out");
+  options.kind = kOutputMsg;
+  const SaveEnd msg = a.SaveStore(options);
+  EXPECT_TRUE(msg.failed);
+  EXPECT_EQ(msg.message, "This output is not available yet.");
+  options.kind = kOutputPrint;
+  const SaveEnd print = a.SaveStore(options);
+  EXPECT_FALSE(print.failed);
+  EXPECT_EQ(print.itemsWritten, 0u);
+  EXPECT_TRUE(fs::is_empty(dir_ / "out"));
 }
 
 TEST(SavePaths, RelativePathLeavesOutTopFoldersAndTheChosenRoot) {
