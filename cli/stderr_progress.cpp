@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <csignal>
@@ -63,7 +64,10 @@ void StderrProgress::Redraw() {
   const long long now = NowMs();
   if (now - lastDraw_ < 200) return;
   lastDraw_ = now;
-  std::fprintf(stderr, "\r  %3d%%  %-60.60s", percent_, status_.c_str());
+  constexpr int kWidth = 24;
+  const int filled = std::clamp(percent_, 0, 100) * kWidth / 100;
+  const std::string bar = std::string(filled, '#') + std::string(kWidth - filled, '.');
+  std::fprintf(stderr, "\r  [%s] %3d%%  %-48.48s", bar.c_str(), percent_, status_.c_str());
   std::fflush(stderr);
 }
 
