@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <ctime>
 #include <fstream>
+#include <map>
 
 #include "store/byte_order.h"
 
@@ -165,13 +166,40 @@ std::vector<std::uint8_t> Utf8ToUtf16(const std::string& text) {
   return out;
 }
 
+namespace {
+
+const iconv_t kNoConverter = reinterpret_cast<iconv_t>(-1);
+
+// Opening a converter costs more than most texts take to convert, so each
+// code page keeps its own for the life of the thread.
+iconv_t ConverterFor(unsigned codePage) {
+  struct Converters {
+    std::map<unsigned, iconv_t> open;
+    ~Converters() {
+      for (const auto& [page, cd] : open) {
+        if (cd != kNoConverter) iconv_close(cd);
+      }
+    }
+  };
+  thread_local Converters converters;
+  auto found = converters.open.find(codePage);
+  if (found == converters.open.end()) {
+    found = converters.open.emplace(codePage, iconv_open("UTF-8", IconvName(codePage).c_str())).first;
+  }
+  // A code page iconv does not know is read as the default one.
+  if (found->second == kNoConverter && codePage != kDefaultCodePage) return ConverterFor(kDefaultCodePage);
+  return found->second;
+}
+
+}  // namespace
+
 std::string CodePageToUtf8(const std::uint8_t* bytes, std::size_t size, unsigned codePage) {
   std::size_t length = 0;
   while (length < size && bytes[length] != 0) ++length;
   std::string out;
-  iconv_t cd = iconv_open("UTF-8", IconvName(codePage).c_str());
-  if (cd == reinterpret_cast<iconv_t>(-1)) cd = iconv_open("UTF-8", "CP1252");
-  if (cd == reinterpret_cast<iconv_t>(-1)) return std::string(reinterpret_cast<const char*>(bytes), length);
+  const iconv_t cd = ConverterFor(codePage);
+  if (cd == kNoConverter) return std::string(reinterpret_cast<const char*>(bytes), length);
+  iconv(cd, nullptr, nullptr, nullptr, nullptr);  // a fresh shift state
   char* in = const_cast<char*>(reinterpret_cast<const char*>(bytes));
   std::size_t inLeft = length;
   char buffer[1024];
@@ -187,7 +215,6 @@ std::string CodePageToUtf8(const std::uint8_t* bytes, std::size_t size, unsigned
       --inLeft;
     }
   }
-  iconv_close(cd);
   return out;
 }
 

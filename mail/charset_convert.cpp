@@ -4,7 +4,9 @@
 #include <strings.h>
 
 #include <cerrno>
+#include <map>
 #include <memory>
+#include <utility>
 #include <vector>
 
 namespace marrow {
@@ -14,15 +16,29 @@ namespace {
 constexpr const char* kPivot = "UTF-32LE";
 constexpr char32_t kReplacement = 0xFFFD;
 
-struct IconvCloser {
-  void operator()(void* cd) const { iconv_close(static_cast<iconv_t>(cd)); }
-};
-using Iconv = std::unique_ptr<void, IconvCloser>;
-
-Iconv OpenIconv(const std::string& to, const std::string& from) {
-  iconv_t cd = iconv_open(to.c_str(), from.c_str());
-  if (cd == reinterpret_cast<iconv_t>(-1)) return nullptr;
-  return Iconv(cd);
+// A converter, reset to its initial state; nullptr when iconv knows neither
+// name. Opening one costs more than most texts take to convert, so each pair
+// is opened once per thread and kept.
+iconv_t OpenIconv(const std::string& to, const std::string& from) {
+  struct Converters {
+    std::map<std::pair<std::string, std::string>, iconv_t> open;
+    ~Converters() { Clear(); }
+    void Clear() {
+      for (const auto& [names, cd] : open) iconv_close(cd);
+      open.clear();
+    }
+  };
+  thread_local Converters converters;
+  auto found = converters.open.find({to, from});
+  if (found == converters.open.end()) {
+    const iconv_t cd = iconv_open(to.c_str(), from.c_str());
+    if (cd == reinterpret_cast<iconv_t>(-1)) return nullptr;
+    // Messages name few charsets; hostile ones may name many.
+    if (converters.open.size() >= 32) converters.Clear();
+    found = converters.open.emplace(std::make_pair(to, from), cd).first;
+  }
+  iconv(found->second, nullptr, nullptr, nullptr, nullptr);
+  return found->second;
 }
 
 // How many bytes to step over after an undecodable sequence: a whole code
@@ -44,9 +60,8 @@ void AppendCodePoint(std::string* pivot, char32_t c) {
 // Decodes `in` into UTF-32LE code points; counts the replacements made.
 bool Decode(std::string_view in, const std::string& from, std::string* pivot,
             std::size_t* replaced) {
-  Iconv cd = OpenIconv(kPivot, from);
-  if (!cd) return false;
-  iconv_t raw = static_cast<iconv_t>(cd.get());
+  iconv_t raw = OpenIconv(kPivot, from);
+  if (raw == nullptr) return false;
   const std::size_t unit = UnitSize(from);
   char* inp = const_cast<char*>(in.data());
   std::size_t inLeft = in.size();
@@ -84,9 +99,8 @@ std::string EncodeOne(iconv_t cd, char32_t c) {
 
 bool Encode(const std::string& pivot, const std::string& to, std::string* out,
             std::size_t* replaced) {
-  Iconv cd = OpenIconv(to, kPivot);
-  if (!cd) return false;
-  iconv_t raw = static_cast<iconv_t>(cd.get());
+  iconv_t raw = OpenIconv(to, kPivot);
+  if (raw == nullptr) return false;
   std::string substitute;
   bool substituteKnown = false;
   char* inp = const_cast<char*>(pivot.data());
