@@ -391,10 +391,10 @@ def pin(stores, nodes, fields, verdict):
                 PINS[(s, n, f)] = verdict
 
 
-# Faults of ours, as far as the layer that holds them.
+# Our losses, as far as the layer that holds them: faults, and rules kept that lose data on real files.
 pin('pst/ansi/go-pst_32-bit.pst', 0x200024, 'subject',
-    "fault: the subject marker 01 0A before 'Updated: ' stays in the subject (content/property_values.cpp "
-    "GetString strips markers 01 00/01/04-07/10/14/1A only)")
+    "kept by the rules, a loss: the subject marker 01 0A before 'Updated: ' stays in the subject, as "
+    "GetString strips the markers 01 00/01/04-07/10/14/1A only; the oracle drops it")
 pin('pst/ansi/hiraoka_contacts97-2002.pst', 0x200024, 'folder',
     "fault: the folder names of this ANSI store are CP932, and no folder names a code page or a locale, so "
     "they are read as windows-1252 (kDefaultCodePage) and come out as mojibake; readpst passes the raw "
@@ -406,18 +406,19 @@ pin('pst/ansi/hiraoka_contacts97-2002.pst', 0x200024, 'subject',
 pin('ost4k/aspose_SampleOstFile.ost',
     (0x214304, 0x2143e4, 0x214404, 0x214584, 0x2145a4, 0x214784, 0x2147c4, 0x2147e4, 0x214a24, 0x214a44,
      0x214a84), 'rows',
-    "fault: the name map (node 0x61) is a heap over two blocks (data tree 0x46b8a), both compressed here, "
-    "and reads empty: store/block_read.cpp JoinIndexBlock joins the children as stored, two zlib streams, "
-    "and inflates the join, which stops after the first ('marrow-cli props' lists 252 properties of 0x61 "
+    "kept by the rules, a loss: the name map (node 0x61) is a heap over two blocks (data tree 0x46b8a), "
+    "both compressed here, and reads empty: the children of an index block are joined as stored and only "
+    "the join is decoded, so two zlib streams inflate as the first ('marrow-cli props' lists 252 properties of 0x61 "
     "in the other two copies, 0 here). Without named properties the calendar rows are empty, and with no "
     "rows item_converter.cpp reads no plain body either")
 pin('ost4k/pstsdk_submessage.all-compressed.ost', 0x200024, ('from', 'html', 'messages'),
-    "fault: the item's subnode block is compressed and read as stored (store/subnode_read.cpp; "
+    "kept by the rules, a loss: the item's subnode list block is compressed and is read as stored, as "
+    "subnode lists are (store/subnode_read.cpp; "
     "item_reader_test: 'compressed subnode block'): stored headers, HTML body and the embedded message, "
     "all in subnodes, are lost; the From falls back to the sender's name")
 pin('pst/unicode/pst2john_2003_high-encryption_quickquick.pst', (0x2002a4, 0x2003c4), 'attachments',
-    "fault: one attachment heap each (olicon.GIF, yellowbg.gif) gives 0xEC as third byte under the permute "
-    "code too, which store/block_read.cpp tries before the store's cyclic code; the file is lost "
+    "kept by the rules, a loss: one attachment heap each (olicon.GIF, yellowbg.gif) gives 0xEC as third "
+    "byte under the permute code too, which is tried before the cyclic code; the file is lost "
     "(item_reader_test: 'decoded with the wrong method'). The ost4k copy, not encoded, has both")
 pin(SAMPLE_OST, 0x214404, 'parse',
     "fault: an appointment is rebuilt with the recipient table's To, and an Exchange recipient without an "
