@@ -421,8 +421,8 @@ pin('pst/unicode/pst2john_2003_high-encryption_quickquick.pst', (0x2002a4, 0x200
     "byte under the permute code too, which is tried before the cyclic code; the file is lost "
     "(item_reader_test: 'decoded with the wrong method'). The ost4k copy, not encoded, has both")
 pin(SAMPLE_OST, 0x214404, 'parse',
-    "fault: an appointment is rebuilt with the recipient table's To, and an Exchange recipient without an "
-    "SMTP address is written with its distinguished name as address (</O=HOME ORGANIZATION/...>)")
+    "kept by the rules: an appointment is rebuilt with the recipient table's To, and an Exchange recipient "
+    "whose row holds no SMTP address keeps its distinguished name as address (</O=HOME ORGANIZATION/...>)")
 # The store's own data, written as stored.
 pin(SAMPLE_OST, (0x2139e4, 0x213b84), 'parse',
     "stored transport header 'To: name <name>' (an address without domain), kept as received; readpst "
