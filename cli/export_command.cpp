@@ -132,9 +132,9 @@ int RunExport(const std::vector<std::string>& args) {
   std::vector<bool> folderFound(folders.size(), false);
   for (const std::string& path : paths) {
     auto store = std::make_unique<Store>();
-    SourceArgs args = source;
-    args.path = path;
-    if (!store->recovered.Run(args)) return 1;
+    SourceArgs storeSource = source;
+    storeSource.path = path;
+    if (!store->recovered.Run(storeSource)) return 1;
     RecoveredSource& recovered = store->recovered;
     StoreReader& reader = recovered.Reader();
     if (!folders.empty()) {
