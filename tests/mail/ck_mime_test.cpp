@@ -8,7 +8,7 @@
 namespace marrow {
 namespace {
 
-using test::MailFiles;
+using test::ScratchDir;
 using test::MailFixture;
 
 struct Field {
@@ -23,7 +23,7 @@ std::vector<Field> Fields(const CkEmail& mail) {
   return fields;
 }
 
-class MimeBoundary : public MailFiles {};
+class MimeBoundary : public ScratchDir {};
 
 TEST_F(MimeBoundary, ReplacedBoundaryKeepsEveryOtherField) {
   CkMime mime;

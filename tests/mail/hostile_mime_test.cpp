@@ -4,14 +4,15 @@
 #include <gtest/gtest.h>
 
 #include "mail/ck_email.h"
-#include "mail/ck_mime.h"
 #include "tests/mail/mail_test_files.h"
 
 namespace marrow {
 namespace {
 
-// Runs every reader and a few writers over a parsed message.
-void Exercise(CkEmail& mail) {
+// Parses `text` and, when that works, runs every reader and a few writers over it.
+void Exercise(std::string_view text) {
+  CkEmail mail;
+  if (!mail.SetFromMimeText(text)) return;
   std::int64_t date = 0;
   mail.get_EmailDate(&date);
   (void)mail.From();
@@ -34,16 +35,10 @@ void Exercise(CkEmail& mail) {
 }
 
 TEST(HostileMime, EveryTruncationOfARealMessage) {
-  const std::string whole = test::ReadText(test::MailFixture("relayed.eml"));
-  ASSERT_GT(whole.size(), 1000u);
-  for (std::size_t cut = 1; cut < whole.size(); cut += 7) {
-    CkEmail mail;
-    if (mail.SetFromMimeText(whole.substr(0, cut))) Exercise(mail);
-  }
-  const std::string report = test::ReadText(test::MailFixture("report.eml"));
-  for (std::size_t cut = 1; cut < report.size(); cut += 5) {
-    CkEmail mail;
-    if (mail.SetFromMimeText(report.substr(0, cut))) Exercise(mail);
+  for (const char* name : {"relayed.eml", "report.eml"}) {
+    const std::string whole = test::ReadText(test::MailFixture(name));
+    ASSERT_GT(whole.size(), 500u) << name;
+    for (std::size_t cut = 1; cut < whole.size(); cut += 5) Exercise(whole.substr(0, cut));
   }
 }
 
@@ -53,11 +48,8 @@ TEST(HostileMime, MegabyteHeaderLines) {
   ASSERT_TRUE(subject.SetFromMimeText("Subject: " + big + "\r\nFrom: a@b.org\r\n\r\nbody\r\n"));
   EXPECT_EQ(subject.Subject(), big);
   EXPECT_EQ(subject.From(), "a@b.org");
-  Exercise(subject);
-
-  CkEmail noColon;
-  noColon.SetFromMimeText(big + "\r\n\r\nbody");
-  Exercise(noColon);
+  Exercise(subject.GetMime());
+  Exercise(big + "\r\n\r\nbody");
 
   std::string many = "To: ";
   for (int i = 0; i < 40000; ++i) many += "u" + std::to_string(i) + "@example.org, ";
@@ -66,21 +58,13 @@ TEST(HostileMime, MegabyteHeaderLines) {
   EXPECT_EQ(recipients.NumTo(), 40000);
 }
 
-TEST(HostileMime, NulBytesInHeaderAndBody) {
-  static const char kRaw[] =
+TEST(HostileMime, NulBytesDeepNestingAndRandomBytes) {
+  static const char kNuls[] =
       "Subject: a\0b\r\nFrom: x\0@y.org\r\nContent-Type: multipart/mixed; boundary=\"b\0\"\r\n\r\n"
       "--b\0\r\nContent-Type: text/plain\r\n\r\nbo\0dy\r\n--b\0--\r\n\0\0\0";
-  const std::string text(kRaw, sizeof kRaw - 1);
-  CkEmail mail;
-  if (mail.SetFromMimeText(text)) Exercise(mail);
-  CkMime mime;
-  if (mime.LoadMime(text)) {
-    mime.SetBoundary("--VOR");
-    (void)mime.GetMime();
-  }
-}
+  const std::string nuls(kNuls, sizeof kNuls - 1);
+  Exercise(nuls);
 
-TEST(HostileMime, DeepNestingAndRandomBytes) {
   std::string deep = "Content-Type: multipart/mixed; boundary=\"b0\"\r\n\r\n";
   for (int i = 1; i < 400; ++i)
     deep += "--b" + std::to_string(i - 1) + "\r\nContent-Type: multipart/mixed; boundary=\"b" +
@@ -88,7 +72,7 @@ TEST(HostileMime, DeepNestingAndRandomBytes) {
   deep += "--b399\r\nContent-Type: text/plain\r\n\r\ndeep\r\n";
   CkEmail nested;
   ASSERT_TRUE(nested.SetFromMimeText(deep));
-  Exercise(nested);
+  Exercise(deep);
 
   std::mt19937 random(20240305);
   for (int round = 0; round < 40; ++round) {
@@ -96,8 +80,7 @@ TEST(HostileMime, DeepNestingAndRandomBytes) {
     for (char& c : noise) c = static_cast<char>(random());
     // Half the rounds start like a message so the parser goes further in.
     if (round % 2 == 0) noise = "Content-Type: multipart/mixed; boundary=x\r\n\r\n--x\r\n" + noise;
-    CkEmail mail;
-    if (mail.SetFromMimeText(noise)) Exercise(mail);
+    Exercise(noise);
   }
 }
 

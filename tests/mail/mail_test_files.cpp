@@ -8,22 +8,30 @@
 #include <fstream>
 #include <iterator>
 #include <memory>
+#include <sstream>
 
 #include "mail/mime_library.h"
 
 namespace marrow::test {
 
-void MailFiles::SetUp() {
+void ScratchDir::SetUp() {
   const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
   dir_ =
-      std::filesystem::temp_directory_path() / ("marrow-mail-" + std::to_string(::getpid()) + "-" +
+      std::filesystem::temp_directory_path() / ("marrow-test-" + std::to_string(::getpid()) + "-" +
                                                 info->test_suite_name() + "-" + info->name());
   std::filesystem::remove_all(dir_);
   std::filesystem::create_directories(dir_);
 }
 
-void MailFiles::TearDown() {
+void ScratchDir::TearDown() {
   std::filesystem::remove_all(dir_);
+}
+
+std::string ScratchDir::Write(const std::string& name, std::string_view bytes) const {
+  const std::string path = Path(name);
+  std::ofstream(path, std::ios::binary)
+      .write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  return path;
 }
 
 std::string MailFixture(const std::string& name) {
@@ -33,11 +41,6 @@ std::string MailFixture(const std::string& name) {
 std::string ReadText(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
   return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
-void WriteText(const std::string& path, const std::string& bytes) {
-  std::ofstream out(path, std::ios::binary);
-  out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
 }
 
 std::string Hex(const std::string& bytes) {
@@ -61,23 +64,13 @@ std::vector<std::vector<std::string>> PythonDumps(const std::vector<std::string>
   command += " 2>&1";
   std::unique_ptr<FILE, int (*)(FILE*)> pipe(::popen(command.c_str(), "r"), ::pclose);
   if (!pipe) return dumps;
-  std::string line;
-  for (int c; (c = std::fgetc(pipe.get())) != EOF;) {
-    if (c != '\n') {
-      line.push_back(static_cast<char>(c));
-      continue;
-    }
-    if (line == "message")
-      dumps.emplace_back();
-    else if (!dumps.empty())  // anything before the first file is Python failing to start
-      dumps.back().push_back(line);
-    else
-      dumps.push_back({line});
-    line.clear();
-  }
-  if (!line.empty()) {
-    if (dumps.empty()) dumps.emplace_back();
-    dumps.back().push_back(line);
+  std::string out;
+  for (int c; (c = std::fgetc(pipe.get())) != EOF;) out.push_back(static_cast<char>(c));
+  // Lines before the first "message" (Python failing to start) make a dump of their own.
+  std::istringstream lines(out);
+  for (std::string line; std::getline(lines, line);) {
+    if (line == "message" || dumps.empty()) dumps.emplace_back();
+    if (line != "message") dumps.back().push_back(line);
   }
   return dumps;
 }

@@ -1,9 +1,10 @@
-// Scratch folders, fixture paths and the outside readers the mail tests
-// check our output with.
+// Scratch folders, fixture paths and the outside readers (Python's email
+// package, GMime) that the mail and content tests check our output with.
 #pragma once
 
 #include <filesystem>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -11,11 +12,13 @@
 namespace marrow::test {
 
 // A fresh folder per test, removed afterwards.
-class MailFiles : public ::testing::Test {
+class ScratchDir : public ::testing::Test {
  protected:
   void SetUp() override;
   void TearDown() override;
   std::string Path(const std::string& name) const { return (dir_ / name).string(); }
+  // Writes `bytes` to a file of the folder; returns its path.
+  std::string Write(const std::string& name, std::string_view bytes) const;
   std::filesystem::path dir_;
 };
 
@@ -23,7 +26,6 @@ class MailFiles : public ::testing::Test {
 std::string MailFixture(const std::string& name);
 
 std::string ReadText(const std::string& path);
-void WriteText(const std::string& path, const std::string& bytes);
 
 std::string Hex(const std::string& bytes);
 

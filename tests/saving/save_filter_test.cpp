@@ -25,26 +25,23 @@ TEST(SaveFilter, TextFiltersMatchAnywhereWithoutCase) {
   EXPECT_TRUE(ItemAllowed(&f, "x", "", "Invoice 7", 0, ""));
   // Without a filter record (chosen items) everything passes.
   EXPECT_TRUE(ItemAllowed(nullptr, "boss", "", "", 0, ""));
-}
 
-TEST(SaveFilter, FolderFilterLooksAtTheOwnLabelOnly) {
-  SaveFilter f;
+  // Folders are judged by their own label: a child of a refused folder alone.
   f.folderInclude = kFilterExclude;
   f.folderValues = {"junk"};
   EXPECT_FALSE(FolderAllowed(&f, "Junk E-Mail"));
-  EXPECT_TRUE(FolderAllowed(&f, "Inbox"));  // a child of a refused folder is judged alone
+  EXPECT_TRUE(FolderAllowed(&f, "Inbox"));
   EXPECT_TRUE(FolderAllowed(nullptr, "Junk E-Mail"));
 }
 
 TEST(SaveFilter, ItemTypesByTheFirstTextOfTheClass) {
-  EXPECT_EQ(ItemTypeLabel("IPM.Contact"), "Contacts");
-  EXPECT_EQ(ItemTypeLabel("ipm.note.smime"), "Email");
-  EXPECT_EQ(ItemTypeLabel("IPM.Schedule.Meeting.Request"), "Calendar");
-  EXPECT_EQ(ItemTypeLabel("IPM.DistList"), "Distribution List");
-  EXPECT_EQ(ItemTypeLabel("IPM.StickyNote"), "Notes");
-  EXPECT_EQ(ItemTypeLabel("IPM.Activity"), "Journal");
-  EXPECT_EQ(ItemTypeLabel("REPORT.IPM.Note.NDR"), "Email");
-  EXPECT_EQ(ItemTypeLabel(""), "Email");
+  const std::pair<const char*, const char*> labels[] = {
+      {"IPM.Contact", "Contacts"},           {"ipm.note.smime", "Email"},
+      {"IPM.DistList", "Distribution List"}, {"IPM.Schedule.Meeting.Request", "Calendar"},
+      {"IPM.StickyNote", "Notes"},           {"IPM.Activity", "Journal"},
+      {"REPORT.IPM.Note.NDR", "Email"},      {"", "Email"}};
+  for (const auto& [messageClass, label] : labels)
+    EXPECT_EQ(ItemTypeLabel(messageClass), label) << messageClass;
   SaveFilter f;
   f.itemTypeInclude = kFilterInclude;
   f.itemTypeValues = {"Calendar"};

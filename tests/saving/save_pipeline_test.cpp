@@ -19,6 +19,26 @@ namespace {
 
 namespace fs = std::filesystem;
 
+std::string ReadText(const fs::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+std::set<std::string> Names(const fs::path& dir) {
+  std::set<std::string> names;
+  for (const auto& e : fs::directory_iterator(dir)) names.insert(e.path().filename().string());
+  return names;
+}
+
+std::vector<FolderItem> ItemsOf(StoreReader& reader, const std::string& folder) {
+  std::vector<FolderItem> items;
+  for (const FolderRecord& f : reader.folders) {
+    if (f.name == folder)
+      ForEachFolderItem(reader, f.nodeId, 1, [&](const FolderItem& i) { items.push_back(i); });
+  }
+  return items;
+}
+
 class SaveWalk : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -28,7 +48,7 @@ class SaveWalk : public ::testing::Test {
   }
   void TearDown() override { fs::remove_all(dir_); }
 
-  // Recovers the bundled sample (a copy) into `tree`, everything checked.
+  // Recovers a copy of the bundled sample into `tree`, everything checked.
   // `folder` keeps copies of one name apart: each reader locks its file.
   TreeItem Recover(StoreReader& reader, MemoryTree& tree, const std::string& folder = ".") {
     fs::create_directories(dir_ / folder);
@@ -43,155 +63,118 @@ class SaveWalk : public ::testing::Test {
     return root;
   }
 
-  // A stand-in for the item reader: one small message per item, named by
-  // its node; `failOn` gives no file for that node.
+  // A stand-in for the item reader: one small message per item, its subject
+  // the node id; `failOn` gives no file for that node.
   ItemConversion FakeConversion(std::uint64_t failOn = 0) {
     return [this, failOn](const FolderItem& item, const SaveFilter*) {
       ConvertedItem c;
       c.type = "EMAIL";
       c.subject = std::to_string(item.nodeId);
       c.fromText = item.isLost ? "lost" : "live";
-      const fs::path eml = dir_ / (c.subject + ".src");
-      if (item.nodeId != failOn) std::ofstream(eml) << "Subject: " << c.subject << "\r\n\r\nbody\r\n";
-      c.emlPath = eml.string();
+      c.emlPath = (dir_ / (c.subject + ".src")).string();
+      if (item.nodeId != failOn)
+        std::ofstream(c.emlPath) << "Subject: " << c.subject << "\r\n\r\nbody\r\n";
       return c;
     };
+  }
+
+  SaveOptions Options(OutputKind kind) const {
+    SaveOptions options;
+    options.kind = kind;
+    options.destinationPath = (dir_ / "out").string();
+    return options;
+  }
+
+  SaveEnd Save(StoreReader& reader, MemoryTree& tree, TreeItem root, const MemoryProfile& profile,
+               OutputKind kind, std::uint64_t failOn = 0) {
+    SavePipeline pipeline(reader, tree, root, profile);
+    pipeline.SetConversion(FakeConversion(failOn));
+    return pipeline.SaveStore(Options(kind));
   }
 
   fs::path dir_;
 };
 
-TEST_F(SaveWalk, EmlFilesNumberedPerFolderUnderTheStoresOwnFolder) {
+TEST_F(SaveWalk, EmlAndMboxFilesPerFolderUnderTheStoresOwnFolder) {
   StoreReader reader;
   MemoryTree tree;
   const TreeItem root = Recover(reader, tree);
   MemoryProfile profile;
-  SaveOptions options;
-  options.kind = kOutputEml;
-  options.destinationPath = (dir_ / "out").string();
-  SavePipeline pipeline(reader, tree, root, profile);
   // The second item of Inbox/sub1 fails: its number stays unused.
-  std::uint64_t second = 0;
-  for (const FolderRecord& f : reader.folders) {
-    if (f.name != "sub1") continue;
-    int n = 0;
-    ForEachFolderItem(reader, f.nodeId, 1, [&](const FolderItem& i) { second = ++n == 2 ? i.nodeId : second; });
-  }
-  pipeline.SetConversion(FakeConversion(second));
-  SaveEnd end = pipeline.SaveStore(options);
+  const SaveEnd end =
+      Save(reader, tree, root, profile, kOutputEml, ItemsOf(reader, "sub1").at(1).nodeId);
   ASSERT_FALSE(end.failed) << end.message;
   EXPECT_EQ(end.destination, (dir_ / "out" / "Sample.ost").string() + "/");
   // The top folder "IPM_SUBTREE" is left out of every path; the mailbox root is not a top folder.
   const fs::path inbox = dir_ / "out/Sample.ost/Inbox";
-  EXPECT_TRUE(fs::is_directory(inbox / "sub1"));
   EXPECT_TRUE(fs::is_regular_file(inbox / "1.eml"));
   EXPECT_TRUE(fs::is_regular_file(inbox / "sub1/1.eml"));
   EXPECT_FALSE(fs::exists(inbox / "sub1/2.eml")) << "a failed item leaves a gap";
   EXPECT_TRUE(fs::is_regular_file(inbox / "sub1/3.eml"));
-  // Folders with nothing in them are made all the same.
-  EXPECT_TRUE(fs::is_directory(dir_ / "out/Sample.ost/Root - Mailbox/Finder"));
+  EXPECT_TRUE(fs::is_directory(dir_ / "out/Sample.ost/Root - Mailbox/Finder")) << "empty, made";
   // 102 items listed in the tree (92 in the index, 10 lost), one failed.
   EXPECT_EQ(end.itemsWritten, 101u);
 
+  // MBOX: one file per folder inside its folder, even an empty one.
+  const SaveEnd mbox = Save(reader, tree, root, profile, kOutputMbox);
+  ASSERT_FALSE(mbox.failed) << mbox.message;
+  const std::string text = ReadText(fs::path(mbox.destination) / "Inbox/sub2/sub2.MBOX");
+  std::size_t messages = 0;
+  for (std::size_t at = text.find(MboxWriter::kSeparator); at != std::string::npos;
+       at = text.find(MboxWriter::kSeparator, at + 1))
+    ++messages;
+  EXPECT_EQ(messages, 31u);
+  EXPECT_EQ(fs::file_size(fs::path(mbox.destination) / "Root - Mailbox/Finder/Finder.MBOX"), 0u);
 }
 
 TEST_F(SaveWalk, LostItemModesAndCheckMarks) {
   StoreReader reader;
   MemoryTree tree;
   const TreeItem root = Recover(reader, tree);
-  SaveOptions options;
-  options.kind = kOutputEml;
-  options.destinationPath = (dir_ / "out").string();
-  auto written = [&](int mode) {
+  for (const auto& [mode, written] : {std::pair{1, 102u}, {2, 92u}, {3, 10u}}) {
     MemoryProfile profile;
     profile.ints[kSaveDeletedKey] = mode;
-    SavePipeline p(reader, tree, root, profile);
-    p.SetConversion(FakeConversion());
-    return p.SaveStore(options).itemsWritten;
-  };
-  EXPECT_EQ(written(1), 102u);
-  EXPECT_EQ(written(2), 92u);
-  EXPECT_EQ(written(3), 10u);
+    EXPECT_EQ(Save(reader, tree, root, profile, kOutputEml).itemsWritten, written) << mode;
+  }
   // Only checked folders are saved; a checked child of an unchecked parent
   // keeps its full path.
   tree.SetCheckedBelow(root, false);
   for (const FolderRecord& f : reader.folders) {
     if (f.name == "sub2") tree.SetChecked(f.treeItem, true);
   }
-  MemoryProfile profile;
-  SavePipeline p(reader, tree, root, profile);
-  p.SetConversion(FakeConversion());
-  const SaveEnd end = p.SaveStore(options);
+  const SaveEnd end = Save(reader, tree, root, MemoryProfile(), kOutputEml);
   EXPECT_EQ(end.itemsWritten, 31u);
   EXPECT_TRUE(fs::is_regular_file(fs::path(end.destination) / "Inbox/sub2/31.eml"));
   EXPECT_FALSE(fs::exists(fs::path(end.destination) / "Inbox/1.eml"));
 }
 
-TEST_F(SaveWalk, MboxFilePerFolderInsideItsFolder) {
-  StoreReader reader;
-  MemoryTree tree;
-  const TreeItem root = Recover(reader, tree);
-  MemoryProfile profile;
-  SaveOptions options;
-  options.kind = kOutputMbox;
-  options.destinationPath = (dir_ / "out").string();
-  SavePipeline pipeline(reader, tree, root, profile);
-  pipeline.SetConversion(FakeConversion());
-  const SaveEnd end = pipeline.SaveStore(options);
-  ASSERT_FALSE(end.failed) << end.message;
-  const fs::path mbox = fs::path(end.destination) / "Inbox/sub2/sub2.MBOX";
-  std::ifstream in(mbox, std::ios::binary);
-  const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-  std::size_t messages = 0;
-  for (std::size_t at = text.find(MboxWriter::kSeparator); at != std::string::npos;
-       at = text.find(MboxWriter::kSeparator, at + 1)) {
-    ++messages;
-  }
-  EXPECT_EQ(messages, 31u);
-  EXPECT_EQ(fs::file_size(fs::path(end.destination) / "Root - Mailbox/Finder/Finder.MBOX"), 0u);
-}
-
 TEST_F(SaveWalk, HostileFolderNamesStayInsideTheDestination) {
   StoreReader reader;
-  reader.sourcePath = (dir_ / "../evil.ost").string();  // the store's own folder is named by the file alone
+  reader.sourcePath =
+      (dir_ / "../evil.ost").string();  // the store's folder takes the file name alone
   MemoryTree tree;
   const TreeItem root = tree.AddRoot("store", 9);
-  const std::vector<std::string> names = {"..", "../../escape", std::string("nul\0here", 8), ".", "a:b*c?d",
-                                          std::string(300, 'x')};
+  const std::vector<std::string> names = {"..", "../../escape", std::string("nul\0here", 8),
+                                          ".",  "a:b*c?d",      std::string(300, 'x')};
   for (std::size_t i = 0; i < names.size(); ++i) {
     const TreeItem item = tree.InsertSorted(root, names[i], 10);
     tree.SetChecked(item, true);
     reader.folders.push_back({names[i], "IPF.Note", 0x8000 + 0x20 * i + 2, 0, 0, item});
   }
-  MemoryProfile profile;
-  SaveOptions options;
-  options.kind = kOutputEml;
-  options.destinationPath = (dir_ / "out").string();
-  SavePipeline pipeline(reader, tree, root, profile);
-  pipeline.SetConversion(FakeConversion());
-  const SaveEnd end = pipeline.SaveStore(options);
+  const MemoryProfile profile;
+  const SaveEnd end = Save(reader, tree, root, profile, kOutputEml);
   // The 300-character name makes a path too long: the walk ends with the text.
   EXPECT_TRUE(end.failed);
-  EXPECT_EQ(end.message.rfind("The provided path is too long to create\nPlease provide different destination path\n", 0),
-            0u);
-  std::set<std::string> made;
-  for (const auto& e : fs::directory_iterator(dir_ / "out/evil.ost")) made.insert(e.path().filename().string());
-  EXPECT_EQ(made, (std::set<std::string>{"_", ".._.._escape", "nul_here", "a_b_c_d"}));
-  // Nothing appeared beside the destination.
-  std::set<std::string> top;
-  for (const auto& e : fs::directory_iterator(dir_)) top.insert(e.path().filename().string());
-  EXPECT_EQ(top, (std::set<std::string>{"out"}));
+  EXPECT_TRUE(end.message.starts_with(
+      "The provided path is too long to create\nPlease provide different destination path\n"));
+  EXPECT_EQ(Names(dir_ / "out/evil.ost"),
+            (std::set<std::string>{"_", ".._.._escape", "nul_here", "a_b_c_d"}));
+  EXPECT_EQ(Names(dir_), std::set<std::string>{"out"}) << "nothing beside the destination";
 
   // An MBOX file is named by the folder's own label: one with "/" fails to
   // open and ends the walk, without writing anywhere.
-  options.kind = kOutputMbox;
-  SavePipeline mbox(reader, tree, root, profile);
-  mbox.SetConversion(FakeConversion());
-  const SaveEnd mboxEnd = mbox.SaveStore(options);
-  EXPECT_TRUE(mboxEnd.failed);
-  top.clear();
-  for (const auto& e : fs::directory_iterator(dir_)) top.insert(e.path().filename().string());
-  EXPECT_EQ(top, (std::set<std::string>{"out"}));
+  EXPECT_TRUE(Save(reader, tree, root, profile, kOutputMbox).failed);
+  EXPECT_EQ(Names(dir_), std::set<std::string>{"out"});
 }
 
 // Items chosen in a list: numbered per folder in the order chosen, under the
@@ -200,43 +183,37 @@ TEST_F(SaveWalk, ChosenItemsNumberedPerFolderInTheOrderChosen) {
   StoreReader reader;
   MemoryTree tree;
   const TreeItem root = Recover(reader, tree);
-  std::vector<FolderItem> inbox, sub1;
-  for (const FolderRecord& f : reader.folders) {
-    if (f.name == "Inbox") ForEachFolderItem(reader, f.nodeId, 1, [&](const FolderItem& i) { inbox.push_back(i); });
-    if (f.name == "sub1") ForEachFolderItem(reader, f.nodeId, 1, [&](const FolderItem& i) { sub1.push_back(i); });
-  }
+  const std::vector<FolderItem> inbox = ItemsOf(reader, "Inbox"), sub1 = ItemsOf(reader, "sub1");
   ASSERT_GE(inbox.size(), 2u);
   ASSERT_GE(sub1.size(), 2u);
   auto chosen = [](const std::string& folder, const FolderItem& i) {
     return ChosenItem{folder, i.dataBlock, i.nodeId, i.subnodeBlock};
   };
-  const std::vector<ChosenItem> items = {chosen("Inbox/sub1/", sub1[1]), chosen("Inbox/", inbox[0]),
-                                         chosen("Inbox/sub1/", sub1[0]), chosen("Inbox/", inbox[1])};
   MemoryProfile profile;
   SavePipeline pipeline(reader, tree, root, profile);
-  std::vector<std::string> order;
+  std::vector<std::uint64_t> order;
   const ItemConversion fake = FakeConversion();
   pipeline.SetConversion([&](const FolderItem& item, const SaveFilter* filter) {
     EXPECT_EQ(filter->subjectInclude, kFilterOff) << "no filter in a run over chosen items";
-    order.push_back(std::to_string(item.nodeId));
+    order.push_back(item.nodeId);
     return fake(item, filter);
   });
-  const SaveEnd end = pipeline.SaveChosenItems(items, (dir_ / "out").string(), kOutputEml);
+  const SaveEnd end =
+      pipeline.SaveChosenItems({chosen("Inbox/sub1/", sub1[1]), chosen("Inbox/", inbox[0]),
+                                chosen("Inbox/sub1/", sub1[0]), chosen("Inbox/", inbox[1])},
+                               (dir_ / "out").string(), kOutputEml);
   ASSERT_FALSE(end.failed) << end.message;
   EXPECT_EQ(end.destination, (dir_ / "out").string() + "/") << "no folder of the store's own";
   EXPECT_EQ(end.itemsWritten, 4u);
   // Folders in first-seen order, items in the order chosen inside each.
-  EXPECT_EQ(order, (std::vector<std::string>{std::to_string(sub1[1].nodeId), std::to_string(sub1[0].nodeId),
-                                             std::to_string(inbox[0].nodeId), std::to_string(inbox[1].nodeId)}));
-  auto subjectOf = [](const fs::path& eml) {
-    std::ifstream in(eml);
-    std::string line;
-    std::getline(in, line);
-    return line;
+  EXPECT_EQ(order, (std::vector<std::uint64_t>{sub1[1].nodeId, sub1[0].nodeId, inbox[0].nodeId,
+                                               inbox[1].nodeId}));
+  auto subjectOf = [](const FolderItem& i) {
+    return "Subject: " + std::to_string(i.nodeId) + "\r\n";
   };
-  EXPECT_EQ(subjectOf(dir_ / "out/Inbox/sub1/1.eml"), "Subject: " + std::to_string(sub1[1].nodeId) + "\r");
-  EXPECT_EQ(subjectOf(dir_ / "out/Inbox/sub1/2.eml"), "Subject: " + std::to_string(sub1[0].nodeId) + "\r");
-  EXPECT_EQ(subjectOf(dir_ / "out/Inbox/2.eml"), "Subject: " + std::to_string(inbox[1].nodeId) + "\r");
+  EXPECT_TRUE(ReadText(dir_ / "out/Inbox/sub1/1.eml").starts_with(subjectOf(sub1[1])));
+  EXPECT_TRUE(ReadText(dir_ / "out/Inbox/sub1/2.eml").starts_with(subjectOf(sub1[0])));
+  EXPECT_TRUE(ReadText(dir_ / "out/Inbox/2.eml").starts_with(subjectOf(inbox[1])));
   EXPECT_EQ(pipeline.Run().saveAsCode, 3u);
   EXPECT_EQ(pipeline.Run().totalInFolder, 0u) << "both go back at the end";
 }
@@ -254,17 +231,16 @@ TEST_F(SaveWalk, AllStoresInOrderWithTheirOwnFolders) {
   uncheckedTree.SetCheckedBelow(uncheckedRoot, false);
   MemoryProfile profile;
   SavePipeline a(first, firstTree, firstRoot, profile), b(second, secondTree, secondRoot, profile),
-      c(unchecked, uncheckedTree, uncheckedRoot, profile), d(pending, pendingTree, pendingRoot, profile);
+      c(unchecked, uncheckedTree, uncheckedRoot, profile),
+      d(pending, pendingTree, pendingRoot, profile);
   for (SavePipeline* p : {&a, &b, &c, &d}) p->SetConversion(FakeConversion());
-  SaveOptions options;
-  options.kind = kOutputEml;
-  options.destinationPath = (dir_ / "out").string();
   std::vector<std::string> scanned;
-  const SaveAllEnd end = SaveAllStores({&a, &c, &b}, options, {pending.sourcePath, "/nowhere/x.ost"},
-                                       [&](const std::string& path) -> SavePipeline* {
-                                         scanned.push_back(path);
-                                         return path == pending.sourcePath ? &d : nullptr;
-                                       });
+  const SaveAllEnd end =
+      SaveAllStores({&a, &c, &b}, Options(kOutputEml), {pending.sourcePath, "/nowhere/x.ost"},
+                    [&](const std::string& path) -> SavePipeline* {
+                      scanned.push_back(path);
+                      return path == pending.sourcePath ? &d : nullptr;
+                    });
   EXPECT_FALSE(end.cancelled);
   EXPECT_EQ(end.text, "") << "the caller shows the location";
   ASSERT_EQ(end.stores.size(), 3u) << "the store with nothing checked is passed over";
@@ -274,7 +250,6 @@ TEST_F(SaveWalk, AllStoresInOrderWithTheirOwnFolders) {
   EXPECT_EQ(scanned, (std::vector<std::string>{pending.sourcePath, "/nowhere/x.ost"}));
 
   // The store item alone, checked, counts only when its text is not the path.
-  EXPECT_FALSE(c.HasCheckedFolder());
   uncheckedTree.SetChecked(uncheckedRoot, true);
   EXPECT_FALSE(c.HasCheckedFolder()) << "its text is the store's path";
   MemoryTree named;
@@ -291,12 +266,10 @@ TEST_F(SaveWalk, AllStoresInOrderWithTheirOwnFolders) {
   // printed run writes nothing and reports nothing.
   fs::remove_all(dir_ / "out");
   fs::create_directories(dir_ / "out");
-  options.kind = kOutputMsg;
-  const SaveEnd msg = a.SaveStore(options);
+  const SaveEnd msg = a.SaveStore(Options(kOutputMsg));
   EXPECT_TRUE(msg.failed);
   EXPECT_EQ(msg.message, "This output is not available yet.");
-  options.kind = kOutputPrint;
-  const SaveEnd print = a.SaveStore(options);
+  const SaveEnd print = a.SaveStore(Options(kOutputPrint));
   EXPECT_FALSE(print.failed);
   EXPECT_EQ(print.itemsWritten, 0u);
   EXPECT_TRUE(fs::is_empty(dir_ / "out"));

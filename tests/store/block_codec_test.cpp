@@ -4,137 +4,100 @@
 #include <numeric>
 
 #include <gtest/gtest.h>
-#include <zlib.h>
 
+#include "tests/support/store_builder.h"
 #include "tests/support/test_data.h"
 
 namespace marrow {
 namespace {
 
-std::vector<std::uint8_t> Table(int which) {
+using Buf = std::vector<std::uint8_t>;
+
+Buf Table(int which) {
   auto all = CryptTables();
-  return std::vector<std::uint8_t>(all.begin() + 256 * which, all.begin() + 256 * (which + 1));
+  return Buf(all.begin() + 256 * which, all.begin() + 256 * (which + 1));
 }
 
 TEST(CryptTables, AreThePublishedPermutations) {
-  const auto r = Table(0), s = Table(1), i = Table(2);
-  for (const auto& t : {r, s, i}) {
-    auto sorted = t;
-    std::sort(sorted.begin(), sorted.end());
-    std::vector<std::uint8_t> identity(256);
-    std::iota(identity.begin(), identity.end(), 0);
-    EXPECT_EQ(sorted, identity);
+  const Buf r = Table(0), s = Table(1), i = Table(2);
+  Buf identity(256);
+  std::iota(identity.begin(), identity.end(), 0);
+  for (Buf t : {r, s, i}) {
+    std::sort(t.begin(), t.end());
+    EXPECT_EQ(t, identity);
   }
   for (int b = 0; b < 256; ++b) EXPECT_EQ(i[r[b]], b) << "I must undo R";
-  // First and last sixteen bytes of each table as published.
-  const std::vector<std::uint8_t> rFirst = {65, 54, 19, 98, 168, 33, 110, 187, 244, 22, 204, 4, 127, 100, 232, 93};
-  const std::vector<std::uint8_t> rLast = {162, 1, 247, 46, 188, 36, 104, 117, 13, 254, 186, 47, 181, 208, 218, 61};
-  const std::vector<std::uint8_t> sFirst = {20, 83, 15, 86, 179, 200, 122, 156, 235, 101, 72, 23, 22, 21, 159, 2};
-  const std::vector<std::uint8_t> sLast = {97, 224, 198, 193, 89, 171, 187, 88, 222, 95, 223, 96, 121, 126, 178, 138};
-  EXPECT_EQ(std::vector<std::uint8_t>(r.begin(), r.begin() + 16), rFirst);
-  EXPECT_EQ(std::vector<std::uint8_t>(r.end() - 16, r.end()), rLast);
-  EXPECT_EQ(std::vector<std::uint8_t>(s.begin(), s.begin() + 16), sFirst);
-  EXPECT_EQ(std::vector<std::uint8_t>(s.end() - 16, s.end()), sLast);
+  // First and last sixteen bytes of R and S as published.
+  EXPECT_EQ(Buf(r.begin(), r.begin() + 16),
+            (Buf{65, 54, 19, 98, 168, 33, 110, 187, 244, 22, 204, 4, 127, 100, 232, 93}));
+  EXPECT_EQ(Buf(r.end() - 16, r.end()),
+            (Buf{162, 1, 247, 46, 188, 36, 104, 117, 13, 254, 186, 47, 181, 208, 218, 61}));
+  EXPECT_EQ(Buf(s.begin(), s.begin() + 16),
+            (Buf{20, 83, 15, 86, 179, 200, 122, 156, 235, 101, 72, 23, 22, 21, 159, 2}));
+  EXPECT_EQ(Buf(s.end() - 16, s.end()),
+            (Buf{97, 224, 198, 193, 89, 171, 187, 88, 222, 95, 223, 96, 121, 126, 178, 138}));
 }
 
-TEST(DecodeBlock, PermuteEncodesAndDecodes) {
-  std::vector<std::uint8_t> data(300);
-  std::iota(data.begin(), data.end(), 0);
-  const auto plain = data;
-  ASSERT_EQ(DecodeBlock(data.data(), data.size(), 0x1234, false, kCryptPermute), 0);
-  EXPECT_NE(data, plain);
-  EXPECT_EQ(data[0], 65);  // R[0]
-  ASSERT_EQ(DecodeBlock(data.data(), data.size(), 0x1234, true, kCryptPermute), 0);
-  EXPECT_EQ(data, plain);
-}
+TEST(DecodeBlock, PermuteAndCyclicCodes) {
+  Buf plain(1000);
+  for (std::size_t i = 0; i < plain.size(); ++i) plain[i] = static_cast<std::uint8_t>(i * 7 + 3);
+  auto code = [&](std::uint64_t key, bool decoding, int method, Buf data) {
+    EXPECT_EQ(DecodeBlock(data.data(), data.size(), key, decoding, method), 0);
+    return data;
+  };
+  const Buf permuted = code(0x1234, false, kCryptPermute, plain);
+  EXPECT_EQ(permuted[0], Table(0)[3]) << "encoding is R";
+  EXPECT_EQ(code(0x1234, true, kCryptPermute, permuted), plain);
 
-TEST(DecodeBlock, CyclicIsItsOwnInverseAndKeyed) {
-  std::vector<std::uint8_t> data(1000);
-  for (std::size_t i = 0; i < data.size(); ++i) data[i] = static_cast<std::uint8_t>(i * 7 + 3);
-  const auto plain = data;
-  auto other = data;
-  DecodeBlock(data.data(), data.size(), 0x10004, true, kCryptCyclic);
-  DecodeBlock(other.data(), other.size(), 0x10008, true, kCryptCyclic);
-  EXPECT_NE(data, plain);
-  EXPECT_NE(data, other) << "the key must change the result";
-  DecodeBlock(data.data(), data.size(), 0x10004, true, kCryptCyclic);
-  EXPECT_EQ(data, plain);
-  // Only the low 32 bits of the id are the key.
-  auto high = plain;
-  auto low = plain;
-  DecodeBlock(high.data(), high.size(), 0xABCD00010004ull, true, kCryptCyclic);
-  DecodeBlock(low.data(), low.size(), 0x00010004ull, true, kCryptCyclic);
-  EXPECT_EQ(high, low);
-}
+  const Buf cyclic = code(0x10004, true, kCryptCyclic, plain);
+  EXPECT_NE(cyclic, plain);
+  EXPECT_NE(cyclic, code(0x10008, true, kCryptCyclic, plain)) << "the key must change the result";
+  EXPECT_EQ(code(0x10004, true, kCryptCyclic, cyclic), plain)
+      << "the cyclic code is its own inverse";
+  EXPECT_EQ(code(0xABCD00010004ull, true, kCryptCyclic, plain), cyclic)
+      << "only the low 32 bits are the key";
+  // key 0x00030001: w = 0x0001 ^ 0x0003 = 2; b = I[S[R[(b + 2) & 255]]] - 2.
+  const Buf r = Table(0), s = Table(1), i = Table(2);
+  EXPECT_EQ(code(0x00030001, true, kCryptCyclic, {0x41})[0],
+            static_cast<std::uint8_t>(i[s[r[0x43]]] - 2));
 
-TEST(DecodeBlock, CyclicFollowsTheFormulaForOneByte) {
-  // key 0x00030001: w = 0x0001 ^ 0x0003 = 0x0002; b = I[(S[(R[(b+2)&255] + 0) & 255] - 0) & 255] - 2
-  const auto r = Table(0), s = Table(1), i = Table(2);
-  std::uint8_t b = 0x41;
-  const std::uint8_t expected = static_cast<std::uint8_t>(i[s[r[(0x41 + 2) & 255]]] - 2);
-  DecodeBlock(&b, 1, 0x00030001, true, kCryptCyclic);
-  EXPECT_EQ(b, expected);
-}
-
-TEST(DecodeBlock, RefusesNullAndUnknownMethods) {
-  std::vector<std::uint8_t> data = {1, 2, 3};
+  Buf data = {1, 2, 3};
   EXPECT_EQ(DecodeBlock(nullptr, 3, 1, true, kCryptPermute), -1);
-  EXPECT_EQ(DecodeBlock(data.data(), 3, 1, true, 0), -1);
+  EXPECT_EQ(DecodeBlock(data.data(), 3, 1, true, kCryptNone), -1);
   EXPECT_EQ(DecodeBlock(data.data(), 3, 1, true, 7), -1);
-  EXPECT_EQ(data, (std::vector<std::uint8_t>{1, 2, 3}));
+  EXPECT_EQ(data, (Buf{1, 2, 3}));
 }
 
-TEST(DecodeBlock, RealPermutedBlocksDecodeToHeaps) {
+TEST(BlockCodec, RealBlocksDecodeAndInflateToHeaps) {
   MARROW_REQUIRE_TESTDATA();
   for (const char* name : {"fragments/libpff/data_block.1", "fragments/libpff/data_block.2"}) {
-    auto data = test::ReadFileBytes(test::Sample(name));
+    Buf data = test::ReadFileBytes(test::Sample(name));
     ASSERT_GT(data.size(), 3u) << name;
     DecodeBlock(data.data(), data.size(), 0, true, kCryptPermute);
     EXPECT_EQ(data[2], 0xEC) << name;
   }
-}
-
-std::vector<std::uint8_t> Deflate(const std::vector<std::uint8_t>& plain) {
-  uLongf n = compressBound(plain.size());
-  std::vector<std::uint8_t> out(n);
-  compress2(out.data(), &n, plain.data(), plain.size(), 6);
-  out.resize(n);
-  return out;
-}
-
-TEST(InflateBuffer, InflatesRealCompressedBlock) {
-  MARROW_REQUIRE_TESTDATA();
-  auto data = test::ReadFileBytes(test::Sample("fragments/libpff/data_block.3"));
-  ASSERT_TRUE(LooksDeflated(data));
-  auto out = InflateBuffer(data);
-  // Trailing bytes after the stream (the block's padding and trailer) are ignored.
-  EXPECT_EQ(out.size(), 11866u);
+  const Buf packed = test::ReadFileBytes(test::Sample("fragments/libpff/data_block.3"));
+  ASSERT_TRUE(LooksDeflated(packed));
+  const Buf out = InflateBuffer(packed);
+  EXPECT_EQ(out.size(), 11866u) << "the block's padding and trailer after the stream are ignored";
   EXPECT_EQ(out[2], 0xEC);
 }
 
-TEST(InflateBuffer, LongStreamCrossesInputAndOutputPieces) {
-  std::vector<std::uint8_t> plain(100000);
-  for (std::size_t i = 0; i < plain.size(); ++i) plain[i] = static_cast<std::uint8_t>((i * 131) >> 3);
-  EXPECT_EQ(InflateBuffer(Deflate(plain)), plain);
-}
+TEST(InflateBuffer, LongBrokenAndBoundedStreams) {
+  Buf plain(100000);
+  for (std::size_t i = 0; i < plain.size(); ++i)
+    plain[i] = static_cast<std::uint8_t>((i * 131) >> 3);
+  const Buf packed = test::Deflated(plain);
+  EXPECT_EQ(InflateBuffer(packed), plain) << "a long stream crosses input and output pieces";
 
-TEST(InflateBuffer, BrokenStreamsGiveWhatCameOutBefore) {
-  std::vector<std::uint8_t> plain(50000, 'x');
-  for (std::size_t i = 0; i < plain.size(); i += 7) plain[i] = static_cast<std::uint8_t>(i);
-  auto packed = Deflate(plain);
-  auto cut = packed;
-  cut.resize(packed.size() / 2);
-  auto half = InflateBuffer(cut);
+  const Buf half = InflateBuffer(Buf(packed.begin(), packed.begin() + packed.size() / 2));
   EXPECT_LT(half.size(), plain.size());
-  EXPECT_TRUE(std::equal(half.begin(), half.end(), plain.begin())) << "a prefix, not garbage";
-
-  EXPECT_TRUE(InflateBuffer(std::vector<std::uint8_t>{0x78, 0x9C, 0xFF, 0xFF, 0xFF}).empty());
+  EXPECT_TRUE(std::equal(half.begin(), half.end(), plain.begin()))
+      << "a cut stream gives a prefix, not garbage";
+  EXPECT_TRUE(InflateBuffer(Buf{0x78, 0x9C, 0xFF, 0xFF, 0xFF}).empty());
   EXPECT_TRUE(InflateBuffer({}).empty());
-}
 
-TEST(InflateBuffer, OutputIsBounded) {
-  std::vector<std::uint8_t> zeros(8u << 20, 0);
-  auto bomb = Deflate(zeros);
+  const Buf bomb = test::Deflated(Buf(8u << 20, 0));
   EXPECT_LT(bomb.size(), 64u * 1024);
   EXPECT_EQ(InflateBuffer(bomb).size(), kMaxInflatedSize);
   EXPECT_EQ(InflateBuffer(bomb, 1000).size(), 1000u);

@@ -1,8 +1,18 @@
 #include "tests/support/store_builder.h"
 
+#include <zlib.h>
+
+#include <gtest/gtest.h>
+
 #include "store/lost_item_scanner.h"
 
 namespace marrow::test {
+
+const char* FormName(Form form) {
+  return form == Form::Ansi512      ? "Ansi512"
+         : form == Form::Unicode512 ? "Unicode512"
+                                    : "Unicode4096";
+}
 
 StoreBuilder::StoreBuilder(Form form, std::size_t fileSize) : form_(form), bytes_(fileSize, 0) {
   bytes_[0] = '!';
@@ -12,7 +22,9 @@ StoreBuilder::StoreBuilder(Form form, std::size_t fileSize) : form_(form), bytes
   VersionWord(form == Form::Ansi512 ? 0x0E : form == Form::Unicode512 ? 0x17 : 0x24);
 }
 
-std::size_t StoreBuilder::PageSize() const { return form_ == Form::Unicode4096 ? 4096 : 512; }
+std::size_t StoreBuilder::PageSize() const {
+  return form_ == Form::Unicode4096 ? 4096 : 512;
+}
 
 void StoreBuilder::Ensure(std::uint64_t end) {
   if (end > bytes_.size()) bytes_.resize(end, 0);
@@ -28,7 +40,8 @@ void StoreBuilder::Put(std::uint64_t at, const std::vector<std::uint8_t>& data) 
   std::copy(data.begin(), data.end(), bytes_.begin() + at);
 }
 
-std::uint64_t StoreBuilder::Block(std::uint64_t at, std::uint64_t blockId, const std::vector<std::uint8_t>& data) {
+std::uint64_t StoreBuilder::Block(std::uint64_t at, std::uint64_t blockId,
+                                  const std::vector<std::uint8_t>& data) {
   const bool large = form_ == Form::Unicode4096;
   const std::uint64_t unit = large ? 512 : 64;
   const std::uint64_t trailer = Ansi() ? 12 : 16;  // what a block's length counts
@@ -60,9 +73,13 @@ std::uint64_t StoreBuilder::Block(std::uint64_t at, std::uint64_t blockId, const
   return end;
 }
 
-void StoreBuilder::VersionWord(std::uint16_t version) { PutLE(0x0A, version, 2); }
+void StoreBuilder::VersionWord(std::uint16_t version) {
+  PutLE(0x0A, version, 2);
+}
 
-void StoreBuilder::CryptByte(std::uint8_t method) { PutLE(Ansi() ? 0x1CD : 0x201, method, 1); }
+void StoreBuilder::CryptByte(std::uint8_t method) {
+  PutLE(Ansi() ? 0x1CD : 0x201, method, 1);
+}
 
 void StoreBuilder::Roots(std::uint64_t nodeRoot, std::uint64_t blockRoot) {
   if (Ansi()) {
@@ -169,9 +186,69 @@ void StoreBuilder::Branch(std::uint64_t at, bool nodeIndex, std::uint8_t level,
     }
   }
   const unsigned max = form_ == Form::Ansi512 ? 41 : form_ == Form::Unicode512 ? 20 : 169;
-  WriteTrailer(at, static_cast<unsigned>(rows.size()), max, size, level, nodeIndex ? 0x81 : 0x80, t);
+  WriteTrailer(at, static_cast<unsigned>(rows.size()), max, size, level, nodeIndex ? 0x81 : 0x80,
+               t);
 }
 
-std::unique_ptr<MemorySource> StoreBuilder::Source() const { return std::make_unique<MemorySource>(bytes_); }
+std::unique_ptr<MemorySource> StoreBuilder::Source() const {
+  return std::make_unique<MemorySource>(bytes_);
+}
+
+void BlockStore::Add(std::uint64_t id, const std::vector<std::uint8_t>& data) {
+  b_.Put(next_, data);
+  rows_.push_back({id, next_, static_cast<std::uint16_t>(data.size())});
+  next_ += (data.size() + 0x3F) & ~std::uint64_t{0x3F};
+}
+
+std::unique_ptr<StoreReader> BlockStore::Open(const std::string& tempFolder) {
+  b_.BlockLeaf(0x4000, rows_);
+  b_.Roots(0x4200, 0x4000);
+  auto reader = std::make_unique<StoreReader>(tempFolder);
+  EXPECT_TRUE(reader->OpenSource(b_.Source()));
+  return reader;
+}
+
+namespace {
+
+void Append(std::vector<std::uint8_t>& out, std::uint64_t v, bool wide) {
+  for (int i = 0; i < (wide ? 8 : 4); ++i) out.push_back(static_cast<std::uint8_t>(v >> (8 * i)));
+}
+
+}  // namespace
+
+std::vector<std::uint8_t> IndexBlock(bool wide, std::uint8_t level,
+                                     const std::vector<std::uint64_t>& ids, std::uint32_t total,
+                                     int count) {
+  const std::uint16_t n =
+      static_cast<std::uint16_t>(count >= 0 ? count : static_cast<int>(ids.size()));
+  std::vector<std::uint8_t> out = {1, level, static_cast<std::uint8_t>(n),
+                                   static_cast<std::uint8_t>(n >> 8)};
+  Append(out, total, false);
+  for (std::uint64_t id : ids) Append(out, id, wide);
+  return out;
+}
+
+std::vector<std::uint8_t> SubnodeBlock(bool wide, std::uint8_t level,
+                                       const std::vector<NodeRow>& rows) {
+  std::vector<std::uint8_t> out(wide ? 8 : 4, 0);
+  out[0] = 2;
+  out[1] = level;
+  out[2] = static_cast<std::uint8_t>(rows.size());
+  out[3] = static_cast<std::uint8_t>(rows.size() >> 8);
+  for (const NodeRow& row : rows) {
+    Append(out, row.nodeId, wide);
+    Append(out, row.dataBlock, wide);
+    if (level == 0) Append(out, row.subnodeBlock, wide);
+  }
+  return out;
+}
+
+std::vector<std::uint8_t> Deflated(const std::vector<std::uint8_t>& plain) {
+  uLongf n = compressBound(plain.size());
+  std::vector<std::uint8_t> out(n);
+  compress2(out.data(), &n, plain.data(), plain.size(), Z_DEFAULT_COMPRESSION);
+  out.resize(n);
+  return out;
+}
 
 }  // namespace marrow::test

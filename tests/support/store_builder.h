@@ -4,13 +4,22 @@
 
 #include <cstdint>
 #include <memory>
+#include <ostream>
+#include <string>
 #include <vector>
 
 #include "store/byte_source.h"
+#include "store/store_reader.h"
 
 namespace marrow::test {
 
 enum class Form { Ansi512, Unicode512, Unicode4096 };
+
+// A form's name, for the names and messages of parameterised tests.
+const char* FormName(Form form);
+inline void PrintTo(Form form, std::ostream* os) {
+  *os << FormName(form);
+}
 
 struct NodeRow {
   std::uint32_t nodeId;
@@ -45,12 +54,13 @@ class StoreBuilder {
   void NodeLeaf(std::uint64_t at, const std::vector<NodeRow>& rows, Trailer t = {});
   void BlockLeaf(std::uint64_t at, const std::vector<BlockRow>& rows, Trailer t = {});
   // A branch page of the node index (nodeIndex) or the block index.
-  void Branch(std::uint64_t at, bool nodeIndex, std::uint8_t level, const std::vector<BranchRow>& rows,
-              Trailer t = {});
+  void Branch(std::uint64_t at, bool nodeIndex, std::uint8_t level,
+              const std::vector<BranchRow>& rows, Trailer t = {});
   void Put(std::uint64_t at, const std::vector<std::uint8_t>& data);
   // Writes a data block with its trailer (size, signature, checksum, id);
   // returns the offset where the next block may start.
-  std::uint64_t Block(std::uint64_t at, std::uint64_t blockId, const std::vector<std::uint8_t>& data);
+  std::uint64_t Block(std::uint64_t at, std::uint64_t blockId,
+                      const std::vector<std::uint8_t>& data);
   void Roots(std::uint64_t nodeRoot, std::uint64_t blockRoot);
   void CryptByte(std::uint8_t method);
   void VersionWord(std::uint16_t version);
@@ -67,5 +77,34 @@ class StoreBuilder {
   Form form_;
   std::vector<std::uint8_t> bytes_;
 };
+
+// A store whose block index is one leaf at 0x4000 listing the blocks added
+// (stored from 0x8000 on) and whose node index is one leaf at 0x4200.
+class BlockStore {
+ public:
+  explicit BlockStore(Form form = Form::Unicode512) : b_(form, 0x20000) {}
+
+  void Add(std::uint64_t id, const std::vector<std::uint8_t>& data);
+  void Nodes(const std::vector<NodeRow>& rows) { b_.NodeLeaf(0x4200, rows); }
+  StoreBuilder& Builder() { return b_; }
+  std::unique_ptr<StoreReader> Open(const std::string& tempFolder = {});
+
+ private:
+  StoreBuilder b_;
+  std::vector<BlockRow> rows_;
+  std::uint64_t next_ = 0x8000;
+};
+
+// An index block of a data tree: type 1, level, count (or `count` when not
+// -1), total size, then the child ids, 4 or 8 bytes each.
+std::vector<std::uint8_t> IndexBlock(bool wide, std::uint8_t level,
+                                     const std::vector<std::uint64_t>& ids, std::uint32_t total = 0,
+                                     int count = -1);
+// A subnode block: type 2, level, count, then rows of NodeId, data block and
+// (in a leaf) subnode block.
+std::vector<std::uint8_t> SubnodeBlock(bool wide, std::uint8_t level,
+                                       const std::vector<NodeRow>& rows);
+// zlib's stream of `plain` at the default level (header 78 9C).
+std::vector<std::uint8_t> Deflated(const std::vector<std::uint8_t>& plain);
 
 }  // namespace marrow::test
