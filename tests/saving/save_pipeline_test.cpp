@@ -262,6 +262,21 @@ TEST_F(SaveWalk, AllStoresInOrderWithTheirOwnFolders) {
   named.SetCheckedBelow(named.FirstChild(named.FirstChild(store)), true);
   EXPECT_TRUE(HasCheckedFolder(named, store, "/x/Mailbox.ost")) << "a checked folder deep down";
 
+  // The stop button: the store being saved ends where it is, the stores
+  // after it are not started, and the run ends with the stop's text.
+  struct StopAfter : ProgressSink {
+    int itemsLeft = 5;
+    void SetStatusLine(const std::string&) override { --itemsLeft; }
+    bool IsCancelled() override { return itemsLeft <= 0; }
+  } stop;
+  first.SetProgressSink(&stop);
+  const SaveAllEnd stopped = SaveAllStores({&a, &b}, Options(kOutputEml));
+  EXPECT_TRUE(stopped.cancelled);
+  EXPECT_EQ(stopped.text, "Saving process aborted by user.");
+  ASSERT_EQ(stopped.stores.size(), 1u);
+  EXPECT_EQ(stopped.stores[0].itemsWritten, 5u);
+  first.SetProgressSink(nullptr);
+
   // Outputs whose writers come later fail in words and write nothing; a
   // printed run writes nothing and reports nothing.
   fs::remove_all(dir_ / "out");
