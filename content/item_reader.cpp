@@ -162,18 +162,26 @@ void ItemReader::BuildItemHeader(const PropertyBag& bag, ItemHeader& h) {
 
   // The plain body: the largest of three candidates, the later on a tie.
   // Two of them are no body tags; damaged or rebuilt items keep text there.
+  // Sizes compare as 32-bit numbers. Only the winner is written; should its
+  // file fail, the others are weighed again without it.
   h.textPath.clear();
-  std::uint32_t best = 0;
+  std::vector<std::uint16_t> candidates;
   for (std::uint16_t tag : {std::uint16_t{0x6619}, std::uint16_t{0x0002}, std::uint16_t{0x1000}}) {
+    if (bag.Find(tag) != nullptr) candidates.push_back(tag);
+  }
+  while (!candidates.empty() && h.textPath.empty()) {
+    std::size_t winner = 0;
+    for (std::size_t i = 1; i < candidates.size(); ++i) {
+      if (bag.Find(candidates[i])->size >= bag.Find(candidates[winner])->size) winner = i;
+    }
     std::uint64_t size = 0;
     bool unicode = false;
-    const std::string path = WriteValueToFile(bag, tag, TempName(".txt"), size, unicode);
-    if (path.empty()) continue;
-    if (h.textPath.empty() || static_cast<std::uint32_t>(size) >= best) {
+    const std::string path = WriteValueToFile(bag, candidates[winner], TempName(".txt"), size, unicode);
+    if (!path.empty()) {
       h.textPath = path;
       h.textIsUnicode = unicode;
-      best = static_cast<std::uint32_t>(size);
     }
+    candidates.erase(candidates.begin() + static_cast<std::ptrdiff_t>(winner));
   }
   std::uint64_t size = 0;
   bool unicode = false;

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 
 namespace marrow {
@@ -34,6 +35,27 @@ bool FileSink::Append(Bytes data) {
     done += static_cast<std::size_t>(n);
   }
   written_ += done;
+  return true;
+}
+
+bool SpillSink::Append(Bytes data) {
+  if (failed_) return false;
+  if (!file_ && data.size() <= limit_ - std::min(limit_, data_.size())) {
+    data_.insert(data_.end(), data.begin(), data.end());
+    written_ += data.size();
+    return true;
+  }
+  if (!file_) {
+    file_ = TempFile::Create(folder_, ".Bin");
+    if (!file_) {
+      failed_ = true;
+      return false;
+    }
+    if (!file_->Append(data_)) return false;
+    data_ = {};
+  }
+  if (!file_->Append(data)) return false;
+  written_ += data.size();
   return true;
 }
 

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "store/byte_order.h"
+#include "store/temp_file.h"
 
 namespace marrow {
 
@@ -44,6 +45,31 @@ class FileSink final : public ByteSink {
  private:
   int fd_ = -1;
   std::uint64_t written_ = 0;
+};
+
+// Keeps what it is given in memory up to `memoryLimit` bytes; past that the
+// bytes move to a fresh scratch file in `folder` and the rest follows there.
+class SpillSink final : public ByteSink {
+ public:
+  SpillSink(std::string folder, std::size_t memoryLimit)
+      : folder_(std::move(folder)), limit_(memoryLimit) {}
+
+  bool Append(Bytes data) override;
+  std::uint64_t Written() const { return written_; }
+  // No scratch file could be made when one was needed.
+  bool Failed() const { return failed_; }
+  // The bytes while they are in memory.
+  const std::vector<std::uint8_t>& Data() const { return data_; }
+  // The scratch file holding the bytes, or nullptr while they are in memory.
+  TempFile* File() const { return file_.get(); }
+
+ private:
+  std::string folder_;
+  std::size_t limit_;
+  std::vector<std::uint8_t> data_;
+  std::unique_ptr<TempFile> file_;
+  std::uint64_t written_ = 0;
+  bool failed_ = false;
 };
 
 }  // namespace marrow

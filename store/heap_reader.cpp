@@ -57,18 +57,16 @@ bool StoreReader::ReadHeapValue(Bytes buffer, std::uint64_t mapBase, std::uint16
       return true;
     }
     if (skipSubnodes && id != kHeadersOnlyException) return false;
-    std::unique_ptr<TempFile> spill = TempFile::Create(tempFolder, ".Bin");
-    if (!spill) return false;
-    std::uint64_t length = 0;
-    {
-      FileSink sink(spill->Path());
-      std::uint64_t child = 0;
-      ReadSubnodeInto(value, subnodes, sink, child);
-      length = sink.Written();
+    SpillSink sink(tempFolder, valueMemoryLimit);
+    std::uint64_t child = 0;
+    ReadSubnodeInto(value, subnodes, sink, child);
+    if (sink.Failed() || sink.Written() == 0) return false;
+    if (TempFile* file = sink.File()) {
+      out = PropertyValue::Spilled(id, type, file->Path(), static_cast<std::uint32_t>(sink.Written()));
+      file->KeepFile();
+    } else {
+      out = PropertyValue::InMemory(id, type, sink.Data().data(), sink.Data().size());
     }
-    if (length == 0) return false;
-    out = PropertyValue::Spilled(id, type, spill->Path(), static_cast<std::uint32_t>(length));
-    spill->KeepFile();
     return true;
   }
   if (value == 0) return false;

@@ -196,6 +196,9 @@ class StoreReader {
   std::vector<FolderRecord> folders;
   bool rawMode = false;
   std::string tempFolder;
+  // A value read from a subnode stays in memory up to this size; a larger
+  // one goes to a scratch file, so big bodies and attachments stay off the heap.
+  std::size_t valueMemoryLimit = 64 * 1024;
   std::string lastError;
   std::uint64_t blockRootOffset = 0;
   std::uint64_t nodeRootOffset = 0;

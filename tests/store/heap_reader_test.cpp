@@ -88,7 +88,7 @@ TEST(PropertyList, WrongHeadersGiveNothingAndTypesDecideWhereValuesAre) {
   EXPECT_EQ(Text(bag.Find(0x3001)), "Inbox");
 }
 
-TEST(PropertyList, SubnodeValuesSpillToFilesOwnedByTheBag) {
+TEST(PropertyList, LargeSubnodeValuesSpillToFilesOwnedByTheBag) {
   const test::TempFolder dir("heap");
   const Buf body = Wide("a long body that lives in a subnode");
   test::BlockStore s;
@@ -100,12 +100,20 @@ TEST(PropertyList, SubnodeValuesSpillToFilesOwnedByTheBag) {
   auto filesLeft = [&] {
     return std::distance(std::filesystem::directory_iterator(dir.Dir()), {});
   };
+  const Buf list = PropertyList({Wide("x")}, {Record(0x1000, kUnicode, 0x8F), Record(0x1013, kBinary, 0xAF),
+                                               Record(0x3701, kBinary, 0x8F)});
   {
-    const PropertyBag bag = Read(
-        *r,
-        PropertyList({Wide("x")}, {Record(0x1000, kUnicode, 0x8F), Record(0x1013, kBinary, 0xAF),
-                                   Record(0x3701, kBinary, 0x8F)}),
-        false, subnodes);
+    // Under the reader's limit the value stays in memory.
+    const PropertyBag bag = Read(*r, list, false, subnodes);
+    const PropertyValue* value = bag.Find(0x1000);
+    ASSERT_NE(value, nullptr);
+    EXPECT_TRUE(value->spillPath.empty());
+    EXPECT_EQ(Buf(value->data.begin(), value->data.begin() + value->size), body);
+    EXPECT_EQ(filesLeft(), 0);
+  }
+  r->valueMemoryLimit = 16;
+  {
+    const PropertyBag bag = Read(*r, list, false, subnodes);
     const PropertyValue* value = bag.Find(0x1000);
     ASSERT_NE(value, nullptr);
     EXPECT_TRUE(value->data.empty());
