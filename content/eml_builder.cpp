@@ -24,8 +24,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* kOctetStream = "application/octet-stream";
-// Seconds from 1601-01-01 (FILETIME's start) to 1970-01-01.
-constexpr std::int64_t kFiletimeEpochSeconds = 11644473600LL;
 
 std::string WithSlash(std::string folder) {
   if (!folder.empty() && folder.back() != '/') folder += '/';
@@ -115,8 +113,7 @@ bool IsMessageType(const std::string& type) {
 // system cannot place.
 bool FiletimeToLocalWall(std::uint64_t filetime, std::int64_t* wall) {
   if (filetime == 0) return false;
-  const std::time_t utc = static_cast<std::time_t>(static_cast<std::int64_t>(filetime / 10000000) -
-                                                   kFiletimeEpochSeconds);
+  const std::time_t utc = static_cast<std::time_t>(FiletimeToUnixSeconds(filetime));
   std::tm local{};
   if (localtime_r(&utc, &local) == nullptr) return false;
   *wall = static_cast<std::int64_t>(timegm(&local));

@@ -6,8 +6,8 @@
 #include <cstdio>
 #include <ctime>
 #include <fstream>
-#include <map>
 
+#include "mail/charset_convert.h"
 #include "store/byte_order.h"
 
 namespace marrow {
@@ -168,27 +168,12 @@ std::vector<std::uint8_t> Utf8ToUtf16(const std::string& text) {
 
 namespace {
 
-const iconv_t kNoConverter = reinterpret_cast<iconv_t>(-1);
-
-// Opening a converter costs more than most texts take to convert, so each
-// code page keeps its own for the life of the thread.
+// A converter from the code page to UTF-8; a code page iconv does not know
+// is read as the default one.
 iconv_t ConverterFor(unsigned codePage) {
-  struct Converters {
-    std::map<unsigned, iconv_t> open;
-    ~Converters() {
-      for (const auto& [page, cd] : open) {
-        if (cd != kNoConverter) iconv_close(cd);
-      }
-    }
-  };
-  thread_local Converters converters;
-  auto found = converters.open.find(codePage);
-  if (found == converters.open.end()) {
-    found = converters.open.emplace(codePage, iconv_open("UTF-8", IconvName(codePage).c_str())).first;
-  }
-  // A code page iconv does not know is read as the default one.
-  if (found->second == kNoConverter && codePage != kDefaultCodePage) return ConverterFor(kDefaultCodePage);
-  return found->second;
+  const iconv_t cd = CachedConverter("UTF-8", IconvName(codePage));
+  if (cd == nullptr && codePage != kDefaultCodePage) return ConverterFor(kDefaultCodePage);
+  return cd;
 }
 
 }  // namespace
@@ -198,8 +183,7 @@ std::string CodePageToUtf8(const std::uint8_t* bytes, std::size_t size, unsigned
   while (length < size && bytes[length] != 0) ++length;
   std::string out;
   const iconv_t cd = ConverterFor(codePage);
-  if (cd == kNoConverter) return std::string(reinterpret_cast<const char*>(bytes), length);
-  iconv(cd, nullptr, nullptr, nullptr, nullptr);  // a fresh shift state
+  if (cd == nullptr) return std::string(reinterpret_cast<const char*>(bytes), length);
   char* in = const_cast<char*>(reinterpret_cast<const char*>(bytes));
   std::size_t inLeft = length;
   char buffer[1024];
@@ -265,9 +249,7 @@ std::string GetDateText(const PropertyBag& bag, std::uint16_t id, bool raw) {
   const PropertyValue* v = bag.Find(id);
   if (v == nullptr || v->size != 8) return {};
   const std::uint64_t filetime = ReadU64(v->data, 0);
-  // 100 ns units since 1601-01-01, as seconds since 1970.
-  const std::int64_t seconds = static_cast<std::int64_t>(filetime / 10000000) - 11644473600LL;
-  const std::time_t t = static_cast<std::time_t>(seconds);
+  const std::time_t t = static_cast<std::time_t>(FiletimeToUnixSeconds(filetime));
   std::tm local{};
   if (localtime_r(&t, &local) == nullptr || local.tm_year + 1900 <= 1900) return {};
   char text[64];

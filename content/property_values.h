@@ -33,6 +33,11 @@ unsigned TextCodePage(const PropertyBag& bag);
 // bag's TextCodePage), else "". With `stripMarker`, a leading subject marker
 // (0x01 and a marker byte) is dropped.
 std::string GetString(const PropertyBag& bag, std::uint16_t id, bool stripMarker, unsigned codePage = 0);
+// A FILETIME (100 ns since 1601-01-01) as seconds since 1970.
+inline std::int64_t FiletimeToUnixSeconds(std::uint64_t filetime) {
+  return static_cast<std::int64_t>(filetime / 10000000) - 11644473600LL;
+}
+
 // The value when it has 4 bytes, else 0.
 std::uint32_t GetU32(const PropertyBag& bag, std::uint16_t id);
 // The value when it has 8 bytes, a 4-byte value widened, else 0.

@@ -23,7 +23,7 @@ std::string GeneralDate(std::time_t t) {
 
 std::string FileTimeText(std::uint64_t filetime) {
   if (filetime == 0) return {};
-  return GeneralDate(static_cast<std::time_t>(static_cast<std::int64_t>(filetime / 10000000) - 11644473600LL));
+  return GeneralDate(static_cast<std::time_t>(FiletimeToUnixSeconds(filetime)));
 }
 
 // An application time: days since 1899-12-30 as a double.

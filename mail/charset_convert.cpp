@@ -16,31 +16,6 @@ namespace {
 constexpr const char* kPivot = "UTF-32LE";
 constexpr char32_t kReplacement = 0xFFFD;
 
-// A converter, reset to its initial state; nullptr when iconv knows neither
-// name. Opening one costs more than most texts take to convert, so each pair
-// is opened once per thread and kept.
-iconv_t OpenIconv(const std::string& to, const std::string& from) {
-  struct Converters {
-    std::map<std::pair<std::string, std::string>, iconv_t> open;
-    ~Converters() { Clear(); }
-    void Clear() {
-      for (const auto& [names, cd] : open) iconv_close(cd);
-      open.clear();
-    }
-  };
-  thread_local Converters converters;
-  auto found = converters.open.find({to, from});
-  if (found == converters.open.end()) {
-    const iconv_t cd = iconv_open(to.c_str(), from.c_str());
-    if (cd == reinterpret_cast<iconv_t>(-1)) return nullptr;
-    // Messages name few charsets; hostile ones may name many.
-    if (converters.open.size() >= 32) converters.Clear();
-    found = converters.open.emplace(std::make_pair(to, from), cd).first;
-  }
-  iconv(found->second, nullptr, nullptr, nullptr, nullptr);
-  return found->second;
-}
-
 // How many bytes to step over after an undecodable sequence: a whole code
 // unit for the wide encodings, so the rest of the text stays aligned.
 std::size_t UnitSize(const std::string& iconvName) {
@@ -60,7 +35,7 @@ void AppendCodePoint(std::string* pivot, char32_t c) {
 // Decodes `in` into UTF-32LE code points; counts the replacements made.
 bool Decode(std::string_view in, const std::string& from, std::string* pivot,
             std::size_t* replaced) {
-  iconv_t raw = OpenIconv(kPivot, from);
+  iconv_t raw = CachedConverter(kPivot, from);
   if (raw == nullptr) return false;
   const std::size_t unit = UnitSize(from);
   char* inp = const_cast<char*>(in.data());
@@ -99,7 +74,7 @@ std::string EncodeOne(iconv_t cd, char32_t c) {
 
 bool Encode(const std::string& pivot, const std::string& to, std::string* out,
             std::size_t* replaced) {
-  iconv_t raw = OpenIconv(to, kPivot);
+  iconv_t raw = CachedConverter(to, kPivot);
   if (raw == nullptr) return false;
   std::string substitute;
   bool substituteKnown = false;
@@ -146,6 +121,28 @@ bool Convert(std::string_view in, std::string_view from, std::string_view to, st
 
 }  // namespace
 
+iconv_t CachedConverter(const std::string& to, const std::string& from) {
+  struct Converters {
+    std::map<std::pair<std::string, std::string>, iconv_t> open;
+    ~Converters() { Clear(); }
+    void Clear() {
+      for (const auto& [names, cd] : open) iconv_close(cd);
+      open.clear();
+    }
+  };
+  thread_local Converters converters;
+  auto found = converters.open.find({to, from});
+  if (found == converters.open.end()) {
+    const iconv_t cd = iconv_open(to.c_str(), from.c_str());
+    if (cd == reinterpret_cast<iconv_t>(-1)) return nullptr;
+    // Messages name few charsets; hostile ones may name many.
+    if (converters.open.size() >= 32) converters.Clear();
+    found = converters.open.emplace(std::make_pair(to, from), cd).first;
+  }
+  iconv(found->second, nullptr, nullptr, nullptr, nullptr);
+  return found->second;
+}
+
 std::string IconvName(std::string_view charset) {
   struct Alias {
     const char* ours;
@@ -164,7 +161,7 @@ std::string IconvName(std::string_view charset) {
 bool CharsetKnown(std::string_view charset) {
   if (charset.empty()) return false;
   const std::string name = IconvName(charset);
-  return OpenIconv(kPivot, name) && OpenIconv(name, kPivot);
+  return CachedConverter(kPivot, name) && CachedConverter(name, kPivot);
 }
 
 bool ConvertCharsetLossy(std::string_view in, std::string_view from, std::string_view to,

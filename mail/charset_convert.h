@@ -1,6 +1,8 @@
 // Byte conversion between named charsets, through iconv.
 #pragma once
 
+#include <iconv.h>
+
 #include <string>
 #include <string_view>
 
@@ -11,6 +13,12 @@ namespace marrow {
 // "unicodefffe" is UTF-16BE and "ks_c_5601-1987" is CP949; any other name is
 // handed to iconv as it is.
 std::string IconvName(std::string_view charset);
+
+// An iconv converter between two iconv names, reset to its initial state;
+// nullptr when iconv does not know both names. Opening one costs more than most
+// texts take to convert, so each pair is opened once per thread and kept
+// (valid until the next call opens a pair not yet seen).
+iconv_t CachedConverter(const std::string& to, const std::string& from);
 
 // True when iconv can convert from and to the charset.
 bool CharsetKnown(std::string_view charset);

@@ -3,20 +3,13 @@
 #include <filesystem>
 
 #include "content/eml_builder.h"
+#include "content/property_values.h"
 #include "saving/save_filter.h"
 #include "store/store_reader.h"
 
 namespace marrow {
-namespace {
 
 namespace fs = std::filesystem;
-
-// FILETIME (100 ns since 1601) as Unix seconds.
-std::int64_t UnixSeconds(std::uint64_t filetime) {
-  return static_cast<std::int64_t>(filetime / 10000000ull) - 11644473600ll;
-}
-
-}  // namespace
 
 ItemSaveDriver::ItemSaveDriver(StoreReader& reader, std::string itemFolder)
     : reader_(reader), itemFolder_(std::move(itemFolder)), items_(reader, itemFolder_) {}
@@ -42,7 +35,7 @@ ConvertedItem ItemSaveDriver::Convert(const FolderItem& item, const SaveFilter* 
   options.store = &reader_;
   options.directSave = true;
   options.filter = [filter](const ItemResult& r) {
-    return ItemAllowed(filter, r.fromText, r.toText, r.subject, UnixSeconds(r.deliveryTime), r.messageClass);
+    return ItemAllowed(filter, r.fromText, r.toText, r.subject, FiletimeToUnixSeconds(r.deliveryTime), r.messageClass);
   };
   last_ = ItemResult();
   out.emlPath = ConvertItem(items_, bag, subnodes, options, last_);

@@ -28,6 +28,15 @@ bool IsTopFolder(const std::string& upper) {
   return upper == "IPM_SUBTREE" || upper == "TOP OF PERSONAL FOLDERS" || upper == "TOP OF OUTLOOK DATA FILE";
 }
 
+// The folder paths of chosen items, each once, in first-seen order.
+std::vector<std::string> DistinctFolders(const std::vector<ChosenItem>& items) {
+  std::vector<std::string> folders;
+  for (const ChosenItem& item : items) {
+    if (std::find(folders.begin(), folders.end(), item.folderPath) == folders.end()) folders.push_back(item.folderPath);
+  }
+  return folders;
+}
+
 }  // namespace
 
 std::string SafePathComponent(const std::string& name) {
@@ -154,11 +163,8 @@ void SavePipeline::RunSave(bool usesEngine, bool singleStore, bool skipTopFolder
   }
   if (chosen_ != nullptr) {
     run_.totalInFolder = static_cast<std::uint32_t>(chosen_->size());
-    std::vector<std::string> prepared;
-    for (const ChosenItem& item : *chosen_) {
-      if (std::find(prepared.begin(), prepared.end(), item.folderPath) != prepared.end()) continue;
-      prepared.push_back(item.folderPath);
-      if (!PrepareFolderOutput(item.folderPath, "")) {
+    for (const std::string& folder : DistinctFolders(*chosen_)) {
+      if (!PrepareFolderOutput(folder, "")) {
         walkFailed_ = true;
         return;
       }
@@ -236,12 +242,8 @@ void SavePipeline::WalkCheckedFolders() {
 void SavePipeline::WalkChosenItems() {
   // Quadratic in the number of items; lists are short, and inside a folder
   // the items keep the order they were chosen in.
-  std::vector<std::string> folders;
-  for (const ChosenItem& item : *chosen_) {
-    if (std::find(folders.begin(), folders.end(), item.folderPath) == folders.end()) folders.push_back(item.folderPath);
-  }
   run_.selectedDone = 0;
-  for (const std::string& folder : folders) {
+  for (const std::string& folder : DistinctFolders(*chosen_)) {
     if (IsCancelled()) return;
     run_.fileIndex = 0;
     for (const ChosenItem& item : *chosen_) {
