@@ -46,7 +46,7 @@ std::string SafePathComponent(const std::string& name) {
       c = '_';
     }
   }
-  if (out.empty() || out == "." || out == "..") out = "_";
+  if (out.empty() || out == "." || out == "..") out.assign(1, '_');
   return out;
 }
 
