@@ -13,13 +13,7 @@ namespace {
 constexpr std::size_t kMaxBinaryShown = 1001;
 
 // The platform's general date form, local time: "1/2/2024 3:04:05 PM".
-std::string GeneralDate(std::time_t t) {
-  std::tm local{};
-  if (localtime_r(&t, &local) == nullptr) return {};
-  char text[64];
-  if (std::strftime(text, sizeof text, "%-m/%-d/%Y %-I:%M:%S %p", &local) == 0) return {};
-  return text;
-}
+std::string GeneralDate(std::time_t t) { return LocalTimeText(t, "%-m/%-d/%Y %-I:%M:%S %p"); }
 
 std::string FileTimeText(std::uint64_t filetime) {
   if (filetime == 0) return {};

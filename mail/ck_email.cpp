@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "mail/address_text.h"
-#include "mail/charset_convert.h"
+#include "text/charset_convert.h"
 #include "mail/encoded_words.h"
 #include "mail/file_bytes.h"
 #include "mail/mime_library.h"

@@ -1,6 +1,6 @@
 #include "mail/ck_string.h"
 
-#include "mail/charset_convert.h"
+#include "text/charset_convert.h"
 
 namespace marrow {
 

@@ -2,7 +2,7 @@
 
 #include <filesystem>
 
-#include "content/eml_builder.h"
+#include "mail/eml_builder.h"
 #include "content/property_values.h"
 #include "saving/save_filter.h"
 #include "store/store_reader.h"

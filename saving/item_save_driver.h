@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "content/item_converter.h"
+#include "mail/item_converter.h"
 #include "content/item_reader.h"
 #include "saving/save_pipeline.h"
 

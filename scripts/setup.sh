@@ -6,7 +6,7 @@ set -euo pipefail
 packages=(
   build-essential cmake ninja-build g++ clang libclang-rt-14-dev
   libgtest-dev libgmock-dev libbenchmark-dev
-  zlib1g-dev pkg-config libgmime-3.0-dev
+  zlib1g-dev pkg-config libgmime-3.0-dev libcli11-dev nlohmann-json3-dev clang-format
   python3
   pst-utils pff-tools
 )

@@ -4,7 +4,7 @@
 #include <cctype>
 #include <cstdio>
 
-#include "content/property_values.h"
+#include "store/property_text.h"
 #include "store/ascii_case.h"
 #include "store/lost_item_scanner.h"
 #include "store/property_bag.h"

@@ -7,7 +7,7 @@
 #include <system_error>
 #include <vector>
 
-#include "content/property_values.h"
+#include "text/utf16.h"
 #include "store/byte_order.h"
 #include "store/lost_item_scanner.h"
 #include "store/store_reader.h"

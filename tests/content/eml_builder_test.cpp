@@ -8,8 +8,8 @@
 
 #include <gtest/gtest.h>
 
-#include "content/eml_builder.h"
-#include "content/item_converter.h"
+#include "mail/eml_builder.h"
+#include "mail/item_converter.h"
 #include "content/item_render.h"
 #include "content/property_values.h"
 #include "mail/ck_email.h"

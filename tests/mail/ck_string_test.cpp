@@ -1,7 +1,7 @@
 // Charset conversion of CkString bytes, and line ends.
 #include <gtest/gtest.h>
 
-#include "mail/charset_convert.h"
+#include "text/charset_convert.h"
 #include "mail/ck_string.h"
 
 namespace marrow {

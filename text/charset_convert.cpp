@@ -1,4 +1,4 @@
-#include "mail/charset_convert.h"
+#include "text/charset_convert.h"
 
 #include <iconv.h>
 #include <strings.h>

@@ -1,4 +1,4 @@
-#include "content/eml_builder.h"
+#include "mail/eml_builder.h"
 
 #include <algorithm>
 #include <cctype>
@@ -11,7 +11,7 @@
 
 #include "content/item_render.h"
 #include "content/property_values.h"
-#include "mail/charset_convert.h"
+#include "text/charset_convert.h"
 #include "mail/ck_email.h"
 #include "mail/ck_string.h"
 #include "mail/file_bytes.h"

@@ -1,9 +1,9 @@
-#include "content/item_converter.h"
+#include "mail/item_converter.h"
 
 #include <filesystem>
 #include <set>
 
-#include "content/eml_builder.h"
+#include "mail/eml_builder.h"
 #include "content/item_render.h"
 #include "content/property_values.h"
 #include "mail/ck_email.h"
