@@ -10,7 +10,8 @@ if [ "${1:-}" = "--sanitize" ]; then
   dir=build-asan
   extra=(-DMARROW_SANITIZE=ON)
 fi
-cmake -S . -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=$type "${extra[@]}" >/dev/null
+# Benchmarks are run by hand, so the test command does not build them.
+cmake -S . -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=$type -DMARROW_BUILD_BENCH=OFF "${extra[@]}" >/dev/null
 cmake --build "$dir"
 cd "$dir"
 ctest --output-on-failure -j2
