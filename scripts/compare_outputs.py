@@ -8,7 +8,7 @@ builds can be compared byte for byte.
 `capture` writes, per store: `inspect` and `tree` (text and --json), `list`
 of every folder `tree` prints (text and --json), `props` of every folder and
 item node (text, and --json for folders), and the whole `export` to EML and to
-MBOX. Only stdout and the exit code are kept; progress on stderr is not an
+MBOX, each run on a private copy of the store. Only stdout and the exit code are kept; progress on stderr is not an
 output. MIME boundaries are random, so each is replaced by its number of first
 appearance in the file. `compare` lists every file that differs and exits 1
 when any does."""
@@ -50,7 +50,7 @@ def write(path, data):
         f.write(data)
 
 
-def normalise_tree(top):
+def normalise_tree(top, store_dir):
     for root, _, names in os.walk(top):
         for n in names:
             path = os.path.join(root, n)
@@ -58,11 +58,25 @@ def normalise_tree(top):
                 data = f.read()
             seen = {}
             data = BOUNDARY.sub(lambda m: b"=-B%d" % seen.setdefault(m.group(0), len(seen) + 1), data)
+            data = data.replace(store_dir, b"STORE")
             with open(path, "wb") as f:
                 f.write(data)
 
 
-def capture_store(cli, store, out):
+def capture_store(cli, source, out):
+    # A private copy: the reader locks its file, and other runs may hold the
+    # shared one. Its path is shown as STORE/<name> in the outputs.
+    scratch_store = tempfile.mkdtemp(prefix="marrow-compare-store-")
+    store = os.path.join(scratch_store, os.path.basename(source))
+    shutil.copyfile(source, store)
+    try:
+        capture_copy(cli, store, out)
+        normalise_tree(out, scratch_store.encode())
+    finally:
+        shutil.rmtree(scratch_store)
+
+
+def capture_copy(cli, store, out):
     write(os.path.join(out, "inspect.txt"), run(cli, ["inspect", store]))
     write(os.path.join(out, "inspect.json"), run(cli, ["inspect", store, "--json"]))
     write(os.path.join(out, "tree.txt"), run(cli, ["tree", store]))
@@ -95,7 +109,6 @@ def capture_store(cli, store, out):
             shutil.copytree(scratch, os.path.join(out, "export-" + kind))
         finally:
             shutil.rmtree(scratch)
-    normalise_tree(out)
 
 
 def capture(cli, top, testdata):
