@@ -13,9 +13,8 @@
 #include "content/item_render.h"
 #include "content/property_values.h"
 #include "mail/ck_email.h"
-#include "tests/content/content_test_util.h"
-#include "tests/support/heap_builder.h"
 #include "tests/support/test_data.h"
+#include "tests/support/heap_builder.h"
 
 namespace marrow {
 namespace {
@@ -56,7 +55,7 @@ class EmlBuilder : public test::ScratchDir {
  protected:
   void SetUp() override {
     ScratchDir::SetUp();
-    fs::create_directories(dir_ / "item");
+    fs::create_directories(Dir() / "item");
   }
   std::string Item() const { return Path("item"); }
 };
@@ -87,7 +86,7 @@ TEST_F(EmlBuilder, RepairKeepsTheRouteAndDropsFilterVerdictsAndTheStoredType) {
     ASSERT_TRUE(email.LoadEml(path));
     EXPECT_EQ(Bodies(email), isPlain ? "|-" : "-|");
     EXPECT_EQ(email.GetHeaderField("To"), "Bob <bob@example.org>");
-    std::string mime = test::ReadText(path);
+    std::string mime = test::ReadFile(path);
     for (char& ch : mime) ch = static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
     EXPECT_EQ(Count(mime, "received: from "), 2u);
     for (const char* gone : {"antispam", "authentication-results", "nextpart"})
@@ -97,7 +96,7 @@ TEST_F(EmlBuilder, RepairKeepsTheRouteAndDropsFilterVerdictsAndTheStoredType) {
   // Nothing that reads as a header: refused, and the file left alone.
   const std::string junk = Write("junk.eml", "no header here\r\n\r\nbody\r\n");
   EXPECT_FALSE(RepairMime(junk, "x", true, ""));
-  EXPECT_EQ(test::ReadText(junk), "no header here\r\n\r\nbody\r\n");
+  EXPECT_EQ(test::ReadFile(junk), "no header here\r\n\r\nbody\r\n");
   EXPECT_FALSE(RepairMime(Path("missing.eml"), "x", true, ""));
 }
 
@@ -129,7 +128,7 @@ TEST_F(EmlBuilder, AttachmentsCarryTheirHeadersAndMessagesGoAsMessages) {
   parts.subject = "with files";
   parts.bodyPath = Write("body.txt", "body");
   const std::string path = BuildEml(Item(), parts, files);
-  const std::string mime = test::ReadText(path);
+  const std::string mime = test::ReadFile(path);
   EXPECT_EQ(Count(mime, "content-iD: "), 3u) << "spelled so, on each attachment part";
   EXPECT_NE(mime.find("content-iD: a file.txt\r\n"), std::string::npos);
   EXPECT_NE(mime.find("content-iD: cid-7@example.org\r\n"), std::string::npos);
@@ -161,7 +160,7 @@ TEST_F(EmlBuilder, AttachmentsCarryTheirHeadersAndMessagesGoAsMessages) {
   std::string bytes;
   ASSERT_TRUE(email.GetAttachmentData(1, &bytes));
   EXPECT_EQ(bytes, "3");
-  EXPECT_EQ(Count(test::ReadText(gapped), "content-iD: "), 1u);
+  EXPECT_EQ(Count(test::ReadFile(gapped), "content-iD: "), 1u);
 }
 
 TEST_F(EmlBuilder, DateFromTheDateTextOrTheDeliveryTimeOrNone) {
@@ -227,7 +226,7 @@ TEST_F(EmlBuilder, NonAsciiSubjectAndBodiesComeOutInOneCharset) {
     parts.bodyIsUnicode = c.bodyIsUnicode;
     parts.bodyPath = Write("body", c.body);
     const std::string path = BuildEml(Item(), parts, {});
-    const std::string mime = test::ReadText(path);
+    const std::string mime = test::ReadFile(path);
     EXPECT_EQ(mime.find("koi8"), std::string::npos);
     EXPECT_NE(mime.find("charset=utf-8"), std::string::npos);
     const std::string view = PythonView(path);
@@ -250,7 +249,7 @@ TEST_F(EmlBuilder, ItemsThatAreNotMailShowTheirRowsOrTheirBody) {
   parts.deliveryTime = kJan2024;
   const std::string path = BuildItemEml(Item(), parts, files);
   ASSERT_FALSE(path.empty());
-  EXPECT_FALSE(fs::exists(dir_ / "item" / "temp12as.part"));
+  EXPECT_FALSE(fs::exists(Dir() / "item" / "temp12as.part"));
 
   CkEmail email;
   ASSERT_TRUE(email.LoadEml(path));
@@ -341,8 +340,8 @@ TEST_F(EmlBuilder, EveryMessageOfSampleStoresConvertsToMailBothReadersTake) {
   };
   for (const auto& [store, attachedAtLeast] : samples) {
     SCOPED_TRACE(store);
-    StoreReader reader(dir_.string());
-    ASSERT_TRUE(test::OpenSample(reader, store));
+    auto owned = test::SampleReader(store, Dir().string());
+    StoreReader& reader = *owned;
     reader.LoadNameMap();
     ItemReader items(reader, Item());
     ConvertOptions options;

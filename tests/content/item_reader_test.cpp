@@ -11,10 +11,9 @@
 #include "content/item_reader.h"
 #include "content/property_values.h"
 #include "store/block_codec.h"
-#include "tests/content/content_test_util.h"
+#include "tests/support/test_data.h"
 #include "tests/support/heap_builder.h"
 #include "tests/support/store_builder.h"
-#include "tests/support/test_data.h"
 
 namespace marrow {
 namespace {
@@ -164,11 +163,11 @@ TEST_F(ItemReaderSamples, RecipientsAndAttachmentsAgreeWithPffexport) {
   ASSERT_GE(oracle.size(), 31u) << "oracle data missing";
   std::map<std::pair<std::string, std::string>, int> seen;
   std::size_t compared = 0, unlisted = 0, sameRecipients = 0, sameFiles = 0, embeddedSeen = 0;
-  const fs::path itemDir = dir_ / "item";
+  const fs::path itemDir = Dir() / "item";
   for (const std::string& store : test::AllStores()) {
     SCOPED_TRACE(store);
-    StoreReader reader(dir_.string());
-    test::OpenSample(reader, store);
+    auto owned = test::SampleReader(store, Dir().string());
+    StoreReader& reader = *owned;
     const auto storeOracle = oracle.find(store);
     for (const auto& [id, node] : test::MessageNodes(reader)) {
       SCOPED_TRACE(::testing::Message() << "message 0x" << std::hex << id);
@@ -360,19 +359,19 @@ TEST_F(ItemReaderFolder, AttachmentFilesStayInTheItemFolder) {
     message.push_back({nid + 0x20, add(h.Build()), add(children)});
     nid += 0x20;
   }
-  const fs::path outer = dir_ / "outer", itemDir = outer / "item";
+  const fs::path outer = Dir() / "outer", itemDir = outer / "item";
   fs::create_directories(itemDir);
   std::ofstream(outer / "keep.txt") << "untouched";
-  const std::set<std::string> before = Listing(dir_, itemDir);
+  const std::set<std::string> before = Listing(Dir(), itemDir);
   file.BlockLeaf(0x4000, blocks);
   file.Roots(0x4200, 0x4000);
-  StoreReader reader(dir_.string());
+  StoreReader reader(Dir().string());
   ASSERT_TRUE(reader.OpenSource(file.Source()));
   ItemReader items(reader, itemDir.string());
   AttachmentLists lists;
   items.ReadAttachments(message, lists, nullptr);
 
-  EXPECT_EQ(Listing(dir_, itemDir), before) << "nothing written outside the item folder";
+  EXPECT_EQ(Listing(Dir(), itemDir), before) << "nothing written outside the item folder";
   ASSERT_EQ(lists.size(), cases.size() - 1) << "the attachment without 0x3701 adds nothing";
   std::set<fs::path> paths;
   for (std::size_t i = 0; i < lists.size(); ++i) {
@@ -380,7 +379,7 @@ TEST_F(ItemReaderFolder, AttachmentFilesStayInTheItemFolder) {
     EXPECT_EQ(lists.names[i], cases[i].name);
     EXPECT_EQ(fs::path(lists.paths[i]).parent_path(), itemDir);
     EXPECT_TRUE(paths.insert(lists.paths[i]).second) << "a path given twice";
-    EXPECT_EQ(test::ReadText(lists.paths[i]), cases[i].data);
+    EXPECT_EQ(test::ReadFile(lists.paths[i]), cases[i].data);
   }
   EXPECT_EQ(std::distance(fs::directory_iterator(itemDir), fs::directory_iterator()),
             static_cast<std::ptrdiff_t>(lists.size()));

@@ -21,7 +21,6 @@
 #include "store/folder_items.h"
 #include "store/page_layout.h"
 #include "store/page_rows.h"
-#include "tests/support/recovered_tree.h"
 #include "tests/support/test_data.h"
 
 namespace marrow {
@@ -291,7 +290,7 @@ class DamagedCopies : public ::testing::TestWithParam<Case> {
   void SetUp() override {
     MARROW_REQUIRE_TESTDATA();
     const Case& c = GetParam();
-    bytes_ = test::ReadFileBytes(test::Sample(c.sample));
+    bytes_ = test::ReadFile<test::Buf>(test::Sample(c.sample));
     map_ = MapIndexes(bytes_);
     healthy_ = RecoverCopy(dir_, bytes_, "healthy");
     EXPECT_EQ(healthy_.outcome.runs, 1);

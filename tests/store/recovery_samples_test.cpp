@@ -9,7 +9,6 @@
 
 #include "content/property_values.h"
 #include "store/folder_items.h"
-#include "tests/support/recovered_tree.h"
 #include "tests/support/test_data.h"
 
 namespace marrow {
@@ -235,11 +234,11 @@ void CheckItemLists(const test::Recovered& r, StoreReader& fresh) {
 TEST(RecoverySamples, TreeScanAndItemListsAgreeWithPffexport) {
   MARROW_REQUIRE_TESTDATA();
   OraclePaths paths;
-  for (const auto& f : test::OracleTsv("folder_counts.tsv")) {
+  for (const auto& f : test::OracleRows("folder_counts.tsv")) {
     if (f.size() == 5 && f[1] == "pffexport") paths[f[0]][f[3]].insert(Hex(f[2]));
   }
   std::map<std::string, std::vector<PffItem>> pff;
-  for (const auto& f : test::OracleTsv("recovered_items.tsv")) {
+  for (const auto& f : test::OracleRows("recovered_items.tsv")) {
     if (f.size() != 6) continue;
     auto& items = pff[f[0]];
     if (f[1] != "0") items.push_back({f[3], f[4] == "-" ? 0 : Hex(f[4]), f[5]});

@@ -9,9 +9,8 @@
 #include "store/recovery.h"
 #include "store/start_scan.h"
 #include "tests/support/heap_builder.h"
-#include "tests/support/recovered_tree.h"
-#include "tests/support/store_builder.h"
 #include "tests/support/test_data.h"
+#include "tests/support/store_builder.h"
 
 namespace marrow {
 namespace {

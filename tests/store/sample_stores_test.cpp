@@ -58,14 +58,14 @@ const CountVerdict kCountVerdicts[] = {
 TEST(SampleStores, FormVoteFoldersNamesAndClassesAgreeWithPffexport) {
   MARROW_REQUIRE_TESTDATA();
   std::map<std::string, std::map<std::uint64_t, OracleFolder>> oracle;
-  for (const auto& f : test::OracleTsv("folder_counts.tsv")) {
+  for (const auto& f : test::OracleRows("folder_counts.tsv")) {
     if (f.size() < 5 || f[1] != "pffexport") continue;
     OracleFolder& folder = oracle[f[0]][std::stoull(f[2], nullptr, 16)];
     folder.listed = true;
     folder.messages = std::stoull(f[4]);
     folder.name = f[3].substr(f[3].rfind('/') + 1);
   }
-  for (const auto& f : test::OracleTsv("folder_classes.tsv")) {
+  for (const auto& f : test::OracleRows("folder_classes.tsv")) {
     if (f.size() < 3) continue;
     OracleFolder& folder = oracle[f[0]][std::stoull(f[1], nullptr, 16)];
     folder.containerClass = f[2] == "-" ? "" : f[2];

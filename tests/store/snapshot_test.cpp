@@ -9,7 +9,6 @@
 #include "store/folder_items.h"
 #include "store/lost_item_scanner.h"
 #include "store/snapshot.h"
-#include "tests/support/recovered_tree.h"
 #include "tests/support/test_data.h"
 
 namespace marrow {
@@ -112,7 +111,7 @@ TEST(SnapshotFiles, LayoutIsFixedFieldsThenSections) {
   const test::Recovered s = test::ScanPath(request, dir.Path("temp/"));
   const std::string snap = dir.Path("layout.vorsnp");
   WriteSnapshot(*s.reader, snap);
-  const Buf b = test::ReadFileBytes(snap);
+  const Buf b = test::ReadFile<test::Buf>(snap);
   StoreReader& r = *s.reader;
   LostItemScanner& scan = r.Scanner();
   auto u64 = [&](std::size_t at) { return ReadU64(b, at); };
@@ -207,7 +206,7 @@ TEST(SnapshotFiles, HeaderChecksComeInTheirOrder) {
   reader.sourcePath = std::string(300, 'p');
   WriteSnapshot(reader, dir.Path("long.vorsnp"));
   ASSERT_TRUE(fs::exists(dir.Path("long.vorsnp")));
-  const Buf b = test::ReadFileBytes(dir.Path("long.vorsnp"));
+  const Buf b = test::ReadFile<test::Buf>(dir.Path("long.vorsnp"));
   EXPECT_EQ(Utf16ToUtf8(b.data() + 4, 520), std::string(259, 'p'));
   // A snapshot that cannot be created leaves nothing behind.
   WriteSnapshot(reader, dir.Path("no-such-dir/x.vorsnp"));
