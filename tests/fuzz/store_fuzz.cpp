@@ -416,14 +416,22 @@ void CheckSameLists(StoreReader& written, StoreReader& read) {
   };
   Check(rows(written) == rows(read),
         "the folder rows read from a snapshot differ from those written");
-  auto counts = [](StoreReader& r) {
+  // Every record of every scan list, in order.
+  auto lists = [](StoreReader& r) {
     LostItemScanner& s = r.Scanner();
-    return std::array{s.blockIds.RecordCount(),       s.blockOffsets.RecordCount(),
-                      s.blockSizes.RecordCount(),     s.folders.nodeId.RecordCount(),
-                      s.folders.mark.RecordCount(),   s.messages.nodeId.RecordCount(),
-                      s.messages.parent.RecordCount()};
+    std::vector<Buf> out;
+    for (DiskList* list : {&s.blockIds, &s.blockOffsets, &s.blockSizes, &s.folders.mark,
+                           &s.folders.nodeId, &s.folders.dataBlock, &s.folders.subnodeBlock,
+                           &s.folders.parent, &s.messages.mark, &s.messages.nodeId,
+                           &s.messages.dataBlock, &s.messages.subnodeBlock, &s.messages.parent}) {
+      Buf all, record(list->RecordSize());
+      list->Rewind();
+      while (list->Next(record.data())) all.insert(all.end(), record.begin(), record.end());
+      out.push_back(std::move(all));
+    }
+    return out;
   };
-  Check(counts(written) == counts(read), "a snapshot's scan lists differ from the scan's");
+  Check(lists(written) == lists(read), "a snapshot's scan lists differ from the scan's");
   const std::size_t n = written.folders.size();
   auto folders = [n](const StoreReader& r) {
     std::vector<std::tuple<std::string, std::string, std::uint64_t, std::uint64_t, std::uint32_t>>
