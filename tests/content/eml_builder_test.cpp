@@ -4,7 +4,6 @@
 // Python's email package, which knows nothing of how it was made.
 #include <algorithm>
 #include <cctype>
-#include <numeric>
 
 #include <gtest/gtest.h>
 
@@ -328,82 +327,36 @@ TEST_F(EmlBuilder, ConvertPicksTheBodyRecipientsAndSenderOfAnItem) {
   EXPECT_EQ(refused.deliveryTime, 0u);
 }
 
-TEST_F(EmlBuilder, EveryMessageOfSampleStoresConvertsToMailBothReadersTake) {
+// Every message of every sample store is exported and held against readpst
+// by cli.export_eml_oracle; what the export does not do is leave an RTF body
+// to the save pipeline.
+TEST_F(EmlBuilder, RtfBodiesAreLeftToThePipelineUnlessSavedDirectly) {
   MARROW_REQUIRE_TESTDATA();
-  const std::pair<const char*, int> samples[] = {
-      // Each store, and how many attached messages it gives at least.
-      {"ost/unicode512/aspose_SampleOstFile.ost", 1},
-      {"pst/unicode/aspose_Outlook.pst", 4},
-      {"ost4k/ruby-msg_msgInMsg.ost", 1},
-      {"pst/unicode/aspose_passwordprotectedPST.pst", 1},  // Chinese subjects and names
-      {"pst/ansi/hiraoka_contacts97-2002.pst", 0},         // 8-bit Japanese text
-  };
-  for (const auto& [store, attachedAtLeast] : samples) {
-    SCOPED_TRACE(store);
-    auto owned = test::SampleReader(store, Dir().string());
-    StoreReader& reader = *owned;
-    reader.LoadNameMap();
-    ItemReader items(reader, Item());
-    ConvertOptions options;
-    options.store = &reader;
-    std::vector<std::string> paths, subjects;
-    std::vector<int> attached;
-    int rtfBodies = 0;
-    for (const auto& [id, node] : test::MessageNodes(reader)) {
-      SubnodeLists subnodes;
-      PropertyBag bag;
-      if (!test::ReadMessage(reader, node, subnodes, bag)) continue;
-      SCOPED_TRACE(::testing::Message() << "message 0x" << std::hex << id);
-      items.ClearItemFolder();
-      ItemResult result;
-      const std::string path = ConvertItem(items, bag, subnodes, options, result);
-      // Trailing blanks of a field value are not part of it for either reader.
-      std::string subject = GetString(bag, 0x0037, true);
-      subject.erase(subject.find_last_not_of(" \t") + 1);
-      const auto& tags = result.attachments.mimeTags;
-      const int messagesIn =
-          static_cast<int>(std::count(tags.begin(), tags.end(), "message/rfc822"));
-      CkEmail email;
-      ASSERT_TRUE(email.LoadEml(path));
-      if (!subject.empty()) {
-        EXPECT_EQ(email.Subject(), subject);
-      }
-      EXPECT_EQ(email.NumAttachedMessages(), messagesIn);
-      EXPECT_TRUE(email.HasPlainTextBody() || email.HasHtmlBody());
-      if (result.kind != kKindMail && result.kind != kKindStickyNote) {
-        EXPECT_FALSE(result.itemText.empty()) << result.messageClass;
-      }
-      if (!result.rtfPath.empty()) {
-        // The RTF body is left to the pipeline, unless saved directly.
-        EXPECT_EQ(Bodies(email), "|-");
-        if (rtfBodies++ == 0) {
-          ConvertOptions direct = options;
-          direct.directSave = true;
-          ItemResult again;
-          EXPECT_FALSE(ConvertItem(items, bag, subnodes, direct, again).empty());
-          EXPECT_EQ(again.rtfPath, "");
-        }
-      }
-      paths.push_back(Path(std::to_string(id) + ".eml"));
-      fs::copy_file(path, paths.back());
-      subjects.push_back(subject.empty() ? email.Subject() : subject);
-      attached.push_back(messagesIn);
-    }
-    EXPECT_GE(std::accumulate(attached.begin(), attached.end(), 0), attachedAtLeast);
-    EXPECT_GT(rtfBodies, 0);
-
-    bool available = false;
-    const auto dumps = test::PythonDumps(paths, &available);
-    ASSERT_TRUE(available && dumps.size() == paths.size()) << "python3 read " << dumps.size();
-    for (std::size_t i = 0; i < paths.size(); ++i) {
-      SCOPED_TRACE(paths[i]);
-      ASSERT_FALSE(dumps[i].empty());
-      EXPECT_EQ(dumps[i][0], "subject\t" + Hex(subjects[i]));
-      EXPECT_EQ(std::count(dumps[i].begin(), dumps[i].end(), "multipart\tmessage/rfc822"),
-                attached[i]);
-    }
-    for (const std::string& p : paths) fs::remove(p);
+  auto owned = test::SampleReader("ost/unicode512/aspose_SampleOstFile.ost", Dir().string());
+  StoreReader& reader = *owned;
+  reader.LoadNameMap();
+  ItemReader items(reader, Item());
+  ConvertOptions options;
+  options.store = &reader;
+  int rtfBodies = 0;
+  for (const auto& [id, node] : test::MessageNodes(reader)) {
+    SubnodeLists subnodes;
+    PropertyBag bag;
+    if (!test::ReadMessage(reader, node, subnodes, bag)) continue;
+    items.ClearItemFolder();
+    ItemResult result;
+    CkEmail email;
+    ASSERT_TRUE(email.LoadEml(ConvertItem(items, bag, subnodes, options, result)));
+    if (result.rtfPath.empty()) continue;
+    ++rtfBodies;
+    EXPECT_EQ(Bodies(email), "|-") << std::hex << id;
+    ConvertOptions direct = options;
+    direct.directSave = true;
+    ItemResult again;
+    EXPECT_FALSE(ConvertItem(items, bag, subnodes, direct, again).empty());
+    EXPECT_EQ(again.rtfPath, "");
   }
+  EXPECT_GT(rtfBodies, 0);
 }
 
 }  // namespace
