@@ -68,42 +68,8 @@ constexpr const char* kMisdecoded = "attachment heap decoded with the wrong meth
 constexpr const char* kMeeting =
     "meeting: pffexport writes no recipients or attachments (messages)";
 
-struct Verdict {
-  const char* store;
-  const char* cause;
-  int count;
-};
-const Verdict kVerdicts[] = {
-    // By design: the row's first later text with an '@' past its start, plus "\r\n".
-    {"ost/unicode512/aspose_SampleOstFile.ost", kExSmtp, 77},
-    {"ost4k/aspose_SampleOstFile.ost", kExSmtp, 77},
-    {"ost4k/aspose_SampleOstFile.uncompressed.ost", kExSmtp, 77},
-    {"ost4k/go-pst_support.ost", kExSmtp, 5},
-    {"pst/ansi/go-pst_32-bit.pst", kExSmtp, 7},
-    {"pst/ansi/pstsdk_sample2.pst", kExSmtp, 1},
-    {"pst/unicode/go-pst_support.pst", kExSmtp, 5},
-    {"pst/unicode/pstsdk_sample1.pst", kExSmtp, 1},
-    {"pst/unicode/pstsdk_submessage.pst", kExSmtp, 1},
-    // store/heap_reader.cpp takes a row reference that is a subnode id for a heap id.
-    {"pst/unicode/aspose_passwordprotectedPST.pst", kRowsInSubnode, 12},
-    {"pst/unicode/go-pst_support.pst", kRowsInSubnode, 12},
-    // 200 rows need 18 blocks; store/block_read.cpp hands back the index block.
-    {"pst/unicode/ruby-msg_200_recipients.pst", kNotJoined, 1},
-    // store/block_read.cpp inflates the join of compressed blocks: the first block's stream.
-    {"ost4k/go-pst_support.ost", kFirstBlockOnly, 12},
-    {"ost4k/ruby-msg_200_recipients.ost", kFirstBlockOnly, 1},
-    // store/subnode_read.cpp reads compressed subnode blocks as stored.
-    {"ost4k/pstsdk_submessage.all-compressed.ost", kCompressedSubnodes, 1},
-    // OLE pictures: 0x3001 "Picture (Device Independent Bitmap)" wins over 0x3707.
-    {"ost/unicode512/aspose_SampleOstFile.ost", kDisplayName, 12},
-    {"ost4k/aspose_SampleOstFile.ost", kDisplayName, 12},
-    {"ost4k/aspose_SampleOstFile.uncompressed.ost", kDisplayName, 12},
-    // Blocks 0x2038, 0x2CBC (cyclic) also pass the permute code's 0xEC test, which goes first.
-    {"pst/unicode/pst2john_2003_high-encryption_quickquick.pst", kMisdecoded, 2},
-    {"ost/unicode512/aspose_SampleOstFile.ost", kMeeting, 6},
-    {"ost4k/aspose_SampleOstFile.ost", kMeeting, 6},
-    {"ost4k/aspose_SampleOstFile.uncompressed.ost", kMeeting, 6},
-};
+// How many of each difference every store has, with why
+// (tests/data/oracle/item_parts_verdicts.tsv).
 
 // For the meetings, readpst -S writes the organiser as To and Invitation.pdf
 // (same size and SHA-256) for these two; we give the same.
@@ -289,9 +255,9 @@ TEST_F(ItemReaderSamples, RecipientsAndAttachmentsAgreeWithPffexport) {
         ADD_FAILURE() << "extra attachment " << f.name << " " << f.bytes;
     }
   }
-  for (const Verdict& v : kVerdicts) {
-    EXPECT_EQ(seen[std::make_pair(v.store, v.cause)], v.count) << v.store << ": " << v.cause;
-    seen.erase({v.store, v.cause});
+  for (const auto& v : test::OracleRows("item_parts_verdicts.tsv", 4)) {
+    EXPECT_EQ(seen[std::make_pair(v[0], v[1])], std::stoi(v[2])) << v[0] << ": " << v[1];
+    seen.erase({v[0], v[1]});
   }
   for (const auto& [key, n] : seen)
     ADD_FAILURE() << key.first << ": " << n << " x " << key.second << " not pinned";
