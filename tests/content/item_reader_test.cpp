@@ -312,17 +312,14 @@ TEST_F(ItemReaderFolder, AttachmentFilesStayInTheItemFolder) {
   for (const Case& c : cases) {
     const std::uint32_t dataNid = nid + 0x1A;  // type 0x1F
     const Buf bytes(c.data.begin(), c.data.end());
-    // A property list: header, the name and the bytes, then the records.
-    test::HeapBuilder h(0xBC);
-    h.Root(h.Add(Cat({{0xB5, 2, 6, 0}, LE(4 << 5, 4)})));
-    const std::uint32_t nameId = h.Add(Utf8ToUtf16(c.storedName)), bytesId = h.Add(bytes);
-    Buf records = Cat({Record(0x3001, 0x001F, nameId), Record(0x3705, 0x0003, 1)});
-    if (c.withData) records = Cat({records, Record(0x3701, 0x0102, c.inHeap ? bytesId : dataNid)});
-    h.Add(records);
+    // A property list of the name and the bytes (heap ids 2 << 5 and 3 << 5).
+    Buf records = Cat({Record(0x3001, 0x001F, 2 << 5), Record(0x3705, 0x0003, 1)});
+    if (c.withData) records = Cat({records, Record(0x3701, 0x0102, c.inHeap ? 3 << 5 : dataNid)});
+    const Buf list = test::PropertyList({Utf8ToUtf16(c.storedName), bytes}, {records});
     // A one-level subnode block (wide rows: NodeId, data block, subnode block).
     const Buf children =
         Cat({{2, 0}, LE(1, 2), LE(0, 4), LE(dataNid, 8), LE(add(bytes), 8), LE(0, 8)});
-    message.push_back({nid + 0x20, add(h.Build()), add(children)});
+    message.push_back({nid + 0x20, add(list), add(children)});
     nid += 0x20;
   }
   const fs::path outer = Dir() / "outer", itemDir = outer / "item";
