@@ -20,10 +20,7 @@ difference with its verdict and the agreement table."""
 import collections
 import datetime
 import email
-import email.header
 import email.policy
-import email.utils
-import hashlib
 import html
 import json
 import os
@@ -33,141 +30,10 @@ import subprocess
 import sys
 import tempfile
 
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), '..', 'data', 'oracle'))
+from oracle_mail import digest, norm_text, read_eml  # noqa: E402
+
 STORE_DIRS = ('pst/ansi', 'pst/unicode', 'ost/unicode512', 'ost4k')
-
-# ------------------------------------------------------------ reading a message
-# The same reading as make_export_oracle.sh applies to readpst's files.
-
-
-def norm_text(s):
-    """Line ends as LF, trailing blanks of every line and trailing empty lines dropped."""
-    s = s.replace('\r\n', '\n').replace('\r', '\n')
-    return '\n'.join(l.rstrip() for l in s.split('\n')).rstrip('\n')
-
-
-def digest(text):
-    if text is None:
-        return ('-', '-')
-    b = text.encode('utf-8', 'surrogateescape')
-    return (str(len(b)), hashlib.sha256(b).hexdigest())
-
-
-def header_text(v):
-    """A header's text: unfolded, encoded words decoded."""
-    if v is None:
-        return None
-    parts = []
-    for chunk, cs in email.header.decode_header(re.sub(r'\r?\n(?=[ \t])', '', str(v))):
-        if isinstance(chunk, str):
-            parts.append(chunk)
-        else:
-            try:
-                parts.append(chunk.decode(cs or 'utf-8', 'surrogateescape'))
-            except LookupError:
-                parts.append(chunk.decode('utf-8', 'surrogateescape'))
-    return ''.join(parts)
-
-
-def addresses(msg, name):
-    vals = msg.get_all(name) or []
-    out = [a for _, a in email.utils.getaddresses([header_text(v) for v in vals]) if '@' in a]
-    return ';'.join(out) if out else '-'
-
-
-def date_of(msg):
-    v = msg.get('Date')
-    if v is None:
-        return '-'
-    try:
-        d = email.utils.parsedate_to_datetime(str(v))
-    except (TypeError, ValueError):
-        return 'unparsed:' + str(v)
-    if d.tzinfo is None:
-        d = d.replace(tzinfo=datetime.timezone.utc)
-    return d.astimezone(datetime.timezone.utc).strftime('%Y-%m-%dT%H:%M:%SZ')
-
-
-def filename_of(p):
-    """The file name a part gives, RFC 2231 form first (a plain copy next to it may hold raw bytes)."""
-    for hdr, key in (('content-disposition', 'filename'), ('content-type', 'name')):
-        vals = [v for k, v in (p.get_params(header=hdr) or [])[1:] if k.lower() == key]
-        for v in vals:
-            if isinstance(v, tuple):
-                return email.utils.collapse_rfc2231_value(v)
-        if vals:
-            return header_text(email.utils.unquote(vals[0]))
-    return None
-
-
-def part_text(p):
-    raw = p.get_payload(decode=True) or b''
-    cs = p.get_content_charset() or 'us-ascii'
-    try:
-        return raw.decode(cs, 'surrogateescape')
-    except LookupError:
-        return raw.decode('utf-8', 'surrogateescape')
-
-
-def message_fields(msg, attachments, messages):
-    """Header fields, bodies; attachments and embedded messages appended to the lists."""
-    plain = html_text = None
-
-    def walk(p):
-        nonlocal plain, html_text
-        ctype = p.get_content_type()
-        if p.get_content_maintype() == 'multipart':
-            if p.is_multipart():   # a multipart without parts holds only its preamble
-                for sub in p.get_payload():
-                    walk(sub)
-            return
-        if ctype == 'message/rfc822':
-            inner = p.get_payload()
-            messages.append(inner[0] if isinstance(inner, list) else inner)
-            return
-        disp = str(p.get('Content-Disposition', '')).split(';')[0].strip().lower()
-        name = filename_of(p)
-        if name is None and disp == '':
-            if ctype == 'text/plain' and plain is None:
-                plain = norm_text(part_text(p))
-                return
-            if ctype == 'text/html' and html_text is None:
-                html_text = norm_text(part_text(p))
-                return
-        data = p.get_payload(decode=True) or b''
-        if ctype.startswith('application/x-report-'):
-            ctype = 'message/' + ctype[len('application/x-report-'):]
-        attachments.append((name if name is not None else '-', len(data), hashlib.sha256(data).hexdigest(),
-                            data))
-    walk(msg)
-    sender = '-'
-    if msg.get('From') is not None:
-        a = email.utils.parseaddr(header_text(msg['From']))[1]
-        sender = a if a else '-'
-    subj = header_text(msg.get('Subject'))
-    return {'subject': '-' if subj is None else subj, 'from': sender, 'to': addresses(msg, 'To'),
-            'cc': addresses(msg, 'Cc'), 'date': date_of(msg), 'text': digest(plain),
-            'html': digest(html_text), 'plain_str': plain, 'html_str': html_text}
-
-
-# Python reads a delivery or read report's status part as header blocks and
-# drops its bytes; under a type of its own the part stays a file.
-RX_REPORT_PART = re.compile(rb'^(Content-Type:[ \t]*)message/(delivery-status|disposition-notification)',
-                            re.M | re.I)
-
-
-def read_eml(data):
-    msg = email.message_from_bytes(RX_REPORT_PART.sub(rb'\1application/x-report-\2', data),
-                                   policy=email.policy.compat32)
-    attachments, messages = [], []
-    item = message_fields(msg, attachments, messages)
-    inner = []
-    for m in messages:
-        a = []
-        f = message_fields(m, a, [])
-        f['attachments'] = a
-        inner.append(f)
-    return msg, item, attachments, inner
-
 
 # ------------------------------------------------------------ oracles
 def unesc(s):
@@ -340,109 +206,25 @@ def html_body_text(markup):
 
 
 # ------------------------------------------------------------ verdicts
-# Differences of a kind, each with the condition that proves it (see compare_*).
-V = {
-    'trailing-blank': "subject ends in blanks that our header writer (GMime) drops; readers trim them anyway",
-    'vcf-name': "readpst's vCard FN is the file-as name ('Last, First', '(null)' when unset); our subject "
-                "equals pffexport's subject",
-    'no-address': "readpst writes <MAILER-DAEMON> when the sender has no SMTP address (EX sender, or none); "
-                  "ours has no address either",
-    'no-headers-no-to': "item without stored transport headers: by design no To/Cc (eml_builder.h, EmlParts: "
-                        "recipients only from the headers); readpst writes the display-to/cc names",
-    'date-delivery': "our Date is the delivery time 0x0E06 (GetDateText, minutes), readpst's the sent time; "
-                     "here they are in different minutes (checked against pffexport's delivery time)",
-    'date-no-sent': "item has no sent time (pffexport: no client submit time) and no stored Date, so readpst "
-                    "writes none; ours is the delivery time",
-    'date-item': "not mail: readpst's .ics gives the start (DTSTART), its .vcf no date; our Date is the "
-                 "delivery time (checked against pffexport)",
-    'one-body': "item has plain and HTML bodies: the EML carries the HTML only (item_converter.cpp takes "
-                "the HTML first), which equals readpst's HTML part",
-    'rtf-only': "RTF-only body (pffexport: Message.rtf only; readpst -b writes no text): the export converts "
-                "no RTF (directSave); the EML carries the text this store keeps in 0x6619 (item_reader.cpp "
-                "BuildItemHeader), or the filler when that is empty. The RTF's formatting is not in the EML",
-    'empty-plain': "empty plain body (pffexport: Message.txt of 0 bytes): readpst writes no part, ours an "
-                   "empty one",
-    'rebuilt-body': "meeting request rebuilt as a calendar item (SaveFromEml, type CALENDER): our HTML is "
-                    "the item's plain body, readpst keeps the stored HTML",
-    'ics-attachments': "readpst's .ics carries no attachments; compared with pffexport's files (item_parts.tsv)",
-    'ics-messages': "readpst's .ics carries no attachments; the count of embedded items equals pffexport's",
-    'ole-name': "OLE picture: ours named by its display name 0x3001, readpst by its file name or none; "
-                "same bytes",
-    'top-localised': "the top folder is known by its English names only (saving/save_pipeline.cpp "
-                     "IsTopFolder), so a localised one stays on our path; readpst starts below it",
-    'report-part': "Python reads message/delivery-status and message/disposition-notification bodies as "
-                   "header blocks; the part is base64 (as readpst writes it too) and its bytes equal readpst's",
-    'distlist': "distribution list: readpst skips it (Unknown item type); ours is rendered as rows",
-    'freebusy': "free/busy message in 'Freebusy Data', a folder readpst never visits",
-    'post': "IPM.Post: readpst and pffexport both skip it; ours exports it as mail",
-}
-
-SAMPLE_OST = ('ost/unicode512/aspose_SampleOstFile.ost', 'ost4k/aspose_SampleOstFile.ost',
-              'ost4k/aspose_SampleOstFile.uncompressed.ost')
-
-# Single items: (stores, node id, field) -> verdict.
-PINS = {}
+# export_verdicts.tsv: every kind of difference a rule explains (V, name -> why;
+# the condition that proves it is in compare_*), every single item pinned with
+# why (PINS, (store, node id, field) -> why), and non-ASCII text as the store
+# holds it (EXPECT_TEXT: 'subject' the EML's subject, 'embedded' the last words
+# of an attached message's subject, 'extra' a line of ExtraInformation.txt,
+# 'attachment' a file name).
+V, PINS, EXPECT_TEXT = {}, {}, []
 
 
-def pin(stores, nodes, fields, verdict):
-    for s in (stores if isinstance(stores, tuple) else (stores,)):
-        for n in (nodes if isinstance(nodes, tuple) else (nodes,)):
-            for f in (fields if isinstance(fields, tuple) else (fields,)):
-                PINS[(s, n, f)] = verdict
+def load_verdicts(oracle_dir):
+    for r in read_tsv(os.path.join(oracle_dir, 'export_verdicts.tsv')):
+        key, text = unesc(r['store_or_rule']), unesc(r['text'])
+        if r['kind'] == 'rule':
+            V[key] = text
+        elif r['kind'] == 'pin':
+            PINS[(key, int(r['node_id'], 16), r['field'])] = text
+        else:
+            EXPECT_TEXT.append((key, int(r['node_id'], 16), r['field'], text))
 
-
-# Our losses, as far as the layer that holds them: faults, and rules kept that lose data on real files.
-pin('pst/ansi/go-pst_32-bit.pst', 0x200024, 'subject',
-    "kept by the rules, a loss: the subject marker 01 0A before 'Updated: ' stays in the subject, as "
-    "GetString strips the markers 01 00/01/04-07/10/14/1A only; the oracle drops it")
-pin('pst/ansi/hiraoka_contacts97-2002.pst', 0x200024, 'folder',
-    "fault: the folder names of this ANSI store are CP932, and no folder names a code page or a locale, so "
-    "they are read as windows-1252 (kDefaultCodePage) and come out as mojibake; readpst passes the raw "
-    "bytes through")
-pin('pst/ansi/hiraoka_contacts97-2002.pst', 0x200024, 'subject',
-    "oracles wrong: the contact's 8-bit texts are CP932 (its locale is 1041, it names no 0x3FFD code page); "
-    "we read them so (EXPECT_TEXT checks the subject and the rows), pffexport reads them as windows-1252 "
-    "and readpst passes the raw bytes through")
-pin('ost4k/aspose_SampleOstFile.ost',
-    (0x214304, 0x2143e4, 0x214404, 0x214584, 0x2145a4, 0x214784, 0x2147c4, 0x2147e4, 0x214a24, 0x214a44,
-     0x214a84), 'rows',
-    "kept by the rules, a loss: the name map (node 0x61) is a heap over two blocks (data tree 0x46b8a), "
-    "both compressed here, and reads empty: the children of an index block are joined as stored and only "
-    "the join is decoded, so two zlib streams inflate as the first ('marrow-cli props' lists 252 properties of 0x61 "
-    "in the other two copies, 0 here). Without named properties the calendar rows are empty, and with no "
-    "rows item_converter.cpp reads no plain body either")
-pin('ost4k/pstsdk_submessage.all-compressed.ost', 0x200024, ('from', 'html', 'messages'),
-    "kept by the rules, a loss: the item's subnode list block is compressed and is read as stored, as "
-    "subnode lists are (store/subnode_read.cpp; "
-    "item_reader_test: 'compressed subnode block'): stored headers, HTML body and the embedded message, "
-    "all in subnodes, are lost; the From falls back to the sender's name")
-pin('pst/unicode/pst2john_2003_high-encryption_quickquick.pst', (0x2002a4, 0x2003c4), 'attachments',
-    "kept by the rules, a loss: one attachment heap each (olicon.GIF, yellowbg.gif) gives 0xEC as third "
-    "byte under the permute code too, which is tried before the cyclic code; the file is lost "
-    "(item_reader_test: 'decoded with the wrong method'). The ost4k copy, not encoded, has both")
-pin(SAMPLE_OST, 0x214404, 'parse',
-    "kept by the rules: an appointment is rebuilt with the recipient table's To, and an Exchange recipient "
-    "whose row holds no SMTP address keeps its distinguished name as address (</O=HOME ORGANIZATION/...>)")
-# The store's own data, written as stored.
-pin(SAMPLE_OST, (0x2139e4, 0x213b84), 'parse',
-    "stored transport header 'To: name <name>' (an address without domain), kept as received; readpst "
-    "writes the same line")
-pin(('pst/unicode/java-libpst_dist-list.pst', 'ost4k/java-libpst_dist-list.ost'), (0x200024, 0x200064, 0x2000c4),
-    'parse', "the item's sender is name 'Unknown', address 'Unknown', address type UNKNOWN; written as "
-    "'Unknown <Unknown>', which is no address")
-pin('pst/unicode/java-libpst_passworded.pst', (0x200024, 0x200064), 'parse',
-    "the item's sender is name 'Unknown', address 'Unknown', address type UNKNOWN; written as "
-    "'Unknown <Unknown>', which is no address")
-pin('pst/unicode/aspose_passwordprotectedPST.pst', (0x2000c4, 0x2000e4), 'parse',
-    "stored transport headers as received: the From's encoded word says GB2312 but holds GBK bytes (0x9B), "
-    "and 'To: asposeemail.test4 <...>' has a period in an unquoted name")
-pin(SAMPLE_OST, 0x213a24, 'messages',
-    "the embedded meeting request has an RTF body only (pffexport: Message.rtf); readpst writes no text, "
-    "ours the 'test email' this store keeps in 0x6619 of the embedded message")
-# readpst's reading.
-pin('pst/unicode/tghanem_user1@test.lab.pst', (0x2000e4, 0x200104), 'item',
-    "readpst takes these two messages for folders named 'user1@test.lab' (folder_counts.tsv); pffexport "
-    "exports them as messages, as we do")
 
 EMPTY = digest('')
 
@@ -595,7 +377,7 @@ def rows_check(attachments, mine):
     extra = [a for a in attachments if a[0] == 'ExtraInformation.txt']
     if len(extra) != 1:
         return 'no ExtraInformation.txt'
-    rows = [l for l in norm_text(extra[0][3].decode('utf-8', 'replace')).split('\n') if l.strip()]
+    rows = [l for l in norm_text(extra[0][4].decode('utf-8', 'replace')).split('\n') if l.strip()]
     if not rows:
         return 'ExtraInformation.txt is empty'
     body = html_body_text(mine['html_str'] or '')
@@ -622,22 +404,6 @@ def charset_check(strict):
     return ''
 
 
-# Non-ASCII text as the store holds it: (store, node id) -> (where, text).
-# 'subject' is the EML's subject, 'embedded' the last words of an attached message's subject,
-# 'extra' a line of ExtraInformation.txt, 'attachment' a file name.
-EXPECT_TEXT = [
-    ('pst/unicode/hiraoka_contacts.pst', 0x200024, 'subject', 'コム ドット イグザンプル 殿'),
-    ('pst/unicode/hiraoka_contacts.pst', 0x200024, 'extra', 'イグザンプル'),
-    ('pst/ansi/hiraoka_contacts97-2002.pst', 0x200024, 'subject', 'コム ドット イグザンプル 殿'),
-    ('pst/ansi/hiraoka_contacts97-2002.pst', 0x200024, 'extra', 'イグザンプル'),
-    ('pst/unicode/aspose_passwordprotectedPST.pst', 0x2000c4, 'subject', '采购成本为何居高不下呢？'),
-    ('pst/unicode/aspose_passwordprotectedPST.pst', 0x2000c4, 'attachment', '降低采购成本及供应商谈判技巧.doc'),
-    ('pst/unicode/aspose_passwordprotectedPST.pst', 0x2000e4, 'subject', '绩效考核与薪酬体系的激励与创新'),
-    ('pst/unicode/ruby-msg_msgInMsg.pst', 0x200024, 'embedded', 'テスト メッセージ'),
-    ('ost4k/ruby-msg_msgInMsg.ost', 0x200024, 'embedded', 'テスト メッセージ'),
-]
-
-
 def text_found(where, text, mine, attachments, inner):
     if where == 'subject':
         return mine['subject'] == text
@@ -646,7 +412,7 @@ def text_found(where, text, mine, attachments, inner):
     if where == 'attachment':
         return any(a[0] == text for a in attachments)
     extra = [a for a in attachments if a[0] == 'ExtraInformation.txt']
-    return bool(extra) and text in extra[0][3].decode('utf-8', 'replace')
+    return bool(extra) and text in extra[0][4].decode('utf-8', 'replace')
 
 
 # ------------------------------------------------------------ the run
@@ -803,6 +569,7 @@ def main():
         print('skipped: no test data at %s' % testdata)
         sys.exit(77)
     readpst = load_readpst(os.path.join(oracle_dir, 'export_oracle.tsv'))
+    load_verdicts(oracle_dir)
     pitems, pparts = load_pffexport(oracle_dir)
     stores = sorted(os.path.join(d, f) for d in STORE_DIRS for f in os.listdir(os.path.join(testdata, d))
                     if f.endswith(('.pst', '.ost')))

@@ -5,7 +5,6 @@
 
 #include "content/engine_files.h"
 #include "content/property_values.h"
-#include "tests/content/content_test_util.h"
 #include "tests/support/test_data.h"
 
 namespace marrow {
@@ -46,7 +45,7 @@ TEST_F(EngineFiles, DumpNamesNamedPropertiesAndLeavesOutWhatItMust) {
   });
   const std::string dump = Path(kPropertyDumpFileName);
   ASSERT_TRUE(WritePropertyDump(bag, map, dump));
-  EXPECT_EQ(ReadDump(test::ReadFileBytes(dump)),
+  EXPECT_EQ(ReadDump(test::ReadFile<test::Buf>(dump)),
             (std::vector<std::pair<std::string, Buf>>{{"0037 001F FAKE", {'H', 0, 'i', 0}},
                                                       {"8205 0003 " + guid, {2, 0, 0, 0}},
                                                       {"8102 0005 " + guid, Buf(8, 0)}}));
@@ -80,7 +79,7 @@ TEST_F(EngineFiles, HeaderLinesKeepTheSubjectOnOneLine) {
   // The file holds the same text in UTF-16.
   item.subject = "Привет";
   ASSERT_TRUE(WriteEngineItemFile(item, Path(kEngineItemFileName)));
-  const Buf wide = test::ReadFileBytes(Path(kEngineItemFileName));
+  const Buf wide = test::ReadFile<test::Buf>(Path(kEngineItemFileName));
   EXPECT_EQ(Utf16ToUtf8(wide.data(), wide.size()), EngineItemText(item));
 }
 

@@ -11,10 +11,9 @@
 #include "content/item_reader.h"
 #include "content/property_values.h"
 #include "store/block_codec.h"
-#include "tests/content/content_test_util.h"
+#include "tests/support/test_data.h"
 #include "tests/support/heap_builder.h"
 #include "tests/support/store_builder.h"
-#include "tests/support/test_data.h"
 
 namespace marrow {
 namespace {
@@ -69,42 +68,8 @@ constexpr const char* kMisdecoded = "attachment heap decoded with the wrong meth
 constexpr const char* kMeeting =
     "meeting: pffexport writes no recipients or attachments (messages)";
 
-struct Verdict {
-  const char* store;
-  const char* cause;
-  int count;
-};
-const Verdict kVerdicts[] = {
-    // By design: the row's first later text with an '@' past its start, plus "\r\n".
-    {"ost/unicode512/aspose_SampleOstFile.ost", kExSmtp, 77},
-    {"ost4k/aspose_SampleOstFile.ost", kExSmtp, 77},
-    {"ost4k/aspose_SampleOstFile.uncompressed.ost", kExSmtp, 77},
-    {"ost4k/go-pst_support.ost", kExSmtp, 5},
-    {"pst/ansi/go-pst_32-bit.pst", kExSmtp, 7},
-    {"pst/ansi/pstsdk_sample2.pst", kExSmtp, 1},
-    {"pst/unicode/go-pst_support.pst", kExSmtp, 5},
-    {"pst/unicode/pstsdk_sample1.pst", kExSmtp, 1},
-    {"pst/unicode/pstsdk_submessage.pst", kExSmtp, 1},
-    // store/heap_reader.cpp takes a row reference that is a subnode id for a heap id.
-    {"pst/unicode/aspose_passwordprotectedPST.pst", kRowsInSubnode, 12},
-    {"pst/unicode/go-pst_support.pst", kRowsInSubnode, 12},
-    // 200 rows need 18 blocks; store/block_read.cpp hands back the index block.
-    {"pst/unicode/ruby-msg_200_recipients.pst", kNotJoined, 1},
-    // store/block_read.cpp inflates the join of compressed blocks: the first block's stream.
-    {"ost4k/go-pst_support.ost", kFirstBlockOnly, 12},
-    {"ost4k/ruby-msg_200_recipients.ost", kFirstBlockOnly, 1},
-    // store/subnode_read.cpp reads compressed subnode blocks as stored.
-    {"ost4k/pstsdk_submessage.all-compressed.ost", kCompressedSubnodes, 1},
-    // OLE pictures: 0x3001 "Picture (Device Independent Bitmap)" wins over 0x3707.
-    {"ost/unicode512/aspose_SampleOstFile.ost", kDisplayName, 12},
-    {"ost4k/aspose_SampleOstFile.ost", kDisplayName, 12},
-    {"ost4k/aspose_SampleOstFile.uncompressed.ost", kDisplayName, 12},
-    // Blocks 0x2038, 0x2CBC (cyclic) also pass the permute code's 0xEC test, which goes first.
-    {"pst/unicode/pst2john_2003_high-encryption_quickquick.pst", kMisdecoded, 2},
-    {"ost/unicode512/aspose_SampleOstFile.ost", kMeeting, 6},
-    {"ost4k/aspose_SampleOstFile.ost", kMeeting, 6},
-    {"ost4k/aspose_SampleOstFile.uncompressed.ost", kMeeting, 6},
-};
+// How many of each difference every store has, with why
+// (tests/data/oracle/item_parts_verdicts.tsv).
 
 // For the meetings, readpst -S writes the organiser as To and Invitation.pdf
 // (same size and SHA-256) for these two; we give the same.
@@ -164,11 +129,11 @@ TEST_F(ItemReaderSamples, RecipientsAndAttachmentsAgreeWithPffexport) {
   ASSERT_GE(oracle.size(), 31u) << "oracle data missing";
   std::map<std::pair<std::string, std::string>, int> seen;
   std::size_t compared = 0, unlisted = 0, sameRecipients = 0, sameFiles = 0, embeddedSeen = 0;
-  const fs::path itemDir = dir_ / "item";
+  const fs::path itemDir = Dir() / "item";
   for (const std::string& store : test::AllStores()) {
     SCOPED_TRACE(store);
-    StoreReader reader(dir_.string());
-    test::OpenSample(reader, store);
+    auto owned = test::SampleReader(store, Dir().string());
+    StoreReader& reader = *owned;
     const auto storeOracle = oracle.find(store);
     for (const auto& [id, node] : test::MessageNodes(reader)) {
       SCOPED_TRACE(::testing::Message() << "message 0x" << std::hex << id);
@@ -290,9 +255,9 @@ TEST_F(ItemReaderSamples, RecipientsAndAttachmentsAgreeWithPffexport) {
         ADD_FAILURE() << "extra attachment " << f.name << " " << f.bytes;
     }
   }
-  for (const Verdict& v : kVerdicts) {
-    EXPECT_EQ(seen[std::make_pair(v.store, v.cause)], v.count) << v.store << ": " << v.cause;
-    seen.erase({v.store, v.cause});
+  for (const auto& v : test::OracleRows("item_parts_verdicts.tsv", 4)) {
+    EXPECT_EQ(seen[std::make_pair(v[0], v[1])], std::stoi(v[2])) << v[0] << ": " << v[1];
+    seen.erase({v[0], v[1]});
   }
   for (const auto& [key, n] : seen)
     ADD_FAILURE() << key.first << ": " << n << " x " << key.second << " not pinned";
@@ -347,32 +312,29 @@ TEST_F(ItemReaderFolder, AttachmentFilesStayInTheItemFolder) {
   for (const Case& c : cases) {
     const std::uint32_t dataNid = nid + 0x1A;  // type 0x1F
     const Buf bytes(c.data.begin(), c.data.end());
-    // A property list: header, the name and the bytes, then the records.
-    test::HeapBuilder h(0xBC);
-    h.Root(h.Add(Cat({{0xB5, 2, 6, 0}, LE(4 << 5, 4)})));
-    const std::uint32_t nameId = h.Add(Utf8ToUtf16(c.storedName)), bytesId = h.Add(bytes);
-    Buf records = Cat({Record(0x3001, 0x001F, nameId), Record(0x3705, 0x0003, 1)});
-    if (c.withData) records = Cat({records, Record(0x3701, 0x0102, c.inHeap ? bytesId : dataNid)});
-    h.Add(records);
+    // A property list of the name and the bytes (heap ids 2 << 5 and 3 << 5).
+    Buf records = Cat({Record(0x3001, 0x001F, 2 << 5), Record(0x3705, 0x0003, 1)});
+    if (c.withData) records = Cat({records, Record(0x3701, 0x0102, c.inHeap ? 3 << 5 : dataNid)});
+    const Buf list = test::PropertyList({Utf8ToUtf16(c.storedName), bytes}, {records});
     // A one-level subnode block (wide rows: NodeId, data block, subnode block).
     const Buf children =
         Cat({{2, 0}, LE(1, 2), LE(0, 4), LE(dataNid, 8), LE(add(bytes), 8), LE(0, 8)});
-    message.push_back({nid + 0x20, add(h.Build()), add(children)});
+    message.push_back({nid + 0x20, add(list), add(children)});
     nid += 0x20;
   }
-  const fs::path outer = dir_ / "outer", itemDir = outer / "item";
+  const fs::path outer = Dir() / "outer", itemDir = outer / "item";
   fs::create_directories(itemDir);
   std::ofstream(outer / "keep.txt") << "untouched";
-  const std::set<std::string> before = Listing(dir_, itemDir);
+  const std::set<std::string> before = Listing(Dir(), itemDir);
   file.BlockLeaf(0x4000, blocks);
   file.Roots(0x4200, 0x4000);
-  StoreReader reader(dir_.string());
+  StoreReader reader(Dir().string());
   ASSERT_TRUE(reader.OpenSource(file.Source()));
   ItemReader items(reader, itemDir.string());
   AttachmentLists lists;
   items.ReadAttachments(message, lists, nullptr);
 
-  EXPECT_EQ(Listing(dir_, itemDir), before) << "nothing written outside the item folder";
+  EXPECT_EQ(Listing(Dir(), itemDir), before) << "nothing written outside the item folder";
   ASSERT_EQ(lists.size(), cases.size() - 1) << "the attachment without 0x3701 adds nothing";
   std::set<fs::path> paths;
   for (std::size_t i = 0; i < lists.size(); ++i) {
@@ -380,7 +342,7 @@ TEST_F(ItemReaderFolder, AttachmentFilesStayInTheItemFolder) {
     EXPECT_EQ(lists.names[i], cases[i].name);
     EXPECT_EQ(fs::path(lists.paths[i]).parent_path(), itemDir);
     EXPECT_TRUE(paths.insert(lists.paths[i]).second) << "a path given twice";
-    EXPECT_EQ(test::ReadText(lists.paths[i]), cases[i].data);
+    EXPECT_EQ(test::ReadFile(lists.paths[i]), cases[i].data);
   }
   EXPECT_EQ(std::distance(fs::directory_iterator(itemDir), fs::directory_iterator()),
             static_cast<std::ptrdiff_t>(lists.size()));

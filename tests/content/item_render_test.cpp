@@ -6,9 +6,8 @@
 
 #include "content/item_render.h"
 #include "store/byte_sink.h"
-#include "tests/content/content_test_util.h"
-#include "tests/support/heap_builder.h"
 #include "tests/support/test_data.h"
+#include "tests/support/heap_builder.h"
 
 namespace marrow {
 namespace {
@@ -262,8 +261,8 @@ TEST(RenderSamples, ViewsOfRealItems) {
   };
   for (const Sample& sample : samples) {
     SCOPED_TRACE(sample.store);
-    StoreReader reader(::testing::TempDir());
-    ASSERT_TRUE(test::OpenSample(reader, sample.store));
+    auto owned = test::SampleReader(sample.store, ::testing::TempDir());
+    StoreReader& reader = *owned;
     reader.LoadNameMap();
     std::map<int, int> kinds;
     std::string all;

@@ -7,8 +7,7 @@
 
 #include "content/property_values.h"
 #include "content/rtf_body.h"
-#include "mail/ck_string.h"
-#include "tests/content/content_test_util.h"
+#include "text/charset_convert.h"
 #include "tests/support/test_data.h"
 
 namespace marrow {
@@ -71,8 +70,8 @@ TEST_F(MessageOracle, ItemsAgreeWithPffexport) {
   std::size_t items = 0;
   for (const auto& [store, wanted] : oracle) {
     SCOPED_TRACE(store);
-    StoreReader reader(dir_.string());
-    ASSERT_TRUE(test::OpenSample(reader, store));
+    auto owned = test::SampleReader(store, Dir().string());
+    StoreReader& reader = *owned;
     const auto messages = test::MessageNodes(reader);
     std::size_t lost = 0;
     for (const auto& [id, item] : wanted) {
@@ -95,9 +94,8 @@ TEST_F(MessageOracle, ItemsAgreeWithPffexport) {
         const PropertyValue* v = bag.Find(tag);
         if (v == nullptr || v->propType != 0x001E || TextCodePage(bag) == kDefaultCodePage)
           return text;
-        CkString bytes(text);
-        bytes.ConvertCharset("utf-8", "ansi");
-        const std::string& raw = bytes.GetString();
+        std::string raw;
+        ConvertCharsetLossy(text, "utf-8", "ansi", &raw);
         return CodePageToUtf8(reinterpret_cast<const std::uint8_t*>(raw.data()), raw.size(),
                               TextCodePage(bag));
       };

@@ -10,7 +10,7 @@
 #include "content/property_names.h"
 #include "content/property_values.h"
 #include "content/value_format.h"
-#include "tests/content/content_test_util.h"
+#include "tests/support/test_data.h"
 #include "tests/support/heap_builder.h"
 
 namespace marrow {

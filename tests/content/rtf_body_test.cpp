@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include "content/rtf_body.h"
-#include "tests/content/content_test_util.h"
 #include "tests/support/test_data.h"
 
 namespace marrow {
@@ -26,7 +25,7 @@ class RtfFiles : public test::ScratchDir {
     fs::remove(path);
     const bool written = DecompressRtf(value.data(), value.size(), path);
     EXPECT_EQ(written, fs::exists(path));
-    return written ? test::ReadText(path) : "refused";
+    return written ? test::ReadFile(path) : "refused";
   }
 };
 
@@ -86,8 +85,8 @@ TEST_F(RtfFiles, EveryRtfBodyOfTheSamplesDecompresses) {
   std::size_t bodies = 0;
   for (const std::string& store : test::AllStores()) {
     SCOPED_TRACE(store);
-    StoreReader reader(dir_.string());
-    test::OpenSample(reader, store);
+    auto owned = test::SampleReader(store, Dir().string());
+    StoreReader& reader = *owned;
     std::size_t refused = 0;
     for (const auto& [id, node] : test::MessageNodes(reader)) {
       SubnodeLists subnodes;

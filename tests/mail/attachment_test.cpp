@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "mail/ck_email.h"
-#include "tests/mail/mail_test_files.h"
+#include "tests/support/test_data.h"
 
 namespace marrow {
 namespace {
@@ -26,7 +26,7 @@ TEST_F(Attachments, NamesWithBlanksAndNonAsciiKeepNameAndBytes) {
         << mail.LastErrorText();
   ASSERT_TRUE(mail.SaveEml(Path("files.eml")));
   // Names go out as RFC 2231 UTF-8, never in a charset picked per name.
-  const std::string mime = test::ReadText(Path("files.eml"));
+  const std::string mime = test::ReadFile(Path("files.eml"));
   EXPECT_NE(mime.find("filename*0*=UTF-8''"), std::string::npos);
   EXPECT_EQ(mime.find("iso-8859"), std::string::npos);
 
@@ -57,7 +57,7 @@ TEST_F(Attachments, NamesWithBlanksAndNonAsciiKeepNameAndBytes) {
 TEST_F(Attachments, WhatCannotBeReadOrIsOutOfRangeIsRefused) {
   CkEmail mail;
   EXPECT_FALSE(mail.AddFileAttachment(Path("no-such-file.pdf"), "application/pdf"));
-  EXPECT_FALSE(mail.AddFileAttachment(dir_.string(), "application/pdf")) << "a folder";
+  EXPECT_FALSE(mail.AddFileAttachment(Dir().string(), "application/pdf")) << "a folder";
   EXPECT_EQ(mail.NumAttachments(), 0);
   ASSERT_TRUE(mail.LoadEml(MailFixture("relayed.eml")));
   EXPECT_EQ(mail.GetAttachmentFilename(1), "");
@@ -76,7 +76,7 @@ TEST_F(Attachments, AttachmentHeaderNameIsWrittenAsGiven) {
   ASSERT_TRUE(mail.AddAttachmentHeader(0, "content-iD", "<logo@x>"));  // replaces
   ASSERT_TRUE(mail.AddAttachmentHeader(0, "X-Note", "заметка"));
   ASSERT_TRUE(mail.SaveEml(Path("cid.eml")));
-  const std::string mime = test::ReadText(Path("cid.eml"));
+  const std::string mime = test::ReadFile(Path("cid.eml"));
   EXPECT_NE(mime.find("\r\ncontent-iD: <logo@x>\r\n"), std::string::npos);
   EXPECT_EQ(mime.find("<old@x>"), std::string::npos);
   EXPECT_EQ(mime.find("Content-Id"), std::string::npos);

@@ -7,7 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "mail/ck_email.h"
-#include "tests/mail/mail_test_files.h"
+#include "tests/support/test_data.h"
 
 namespace marrow {
 namespace {
@@ -94,7 +94,7 @@ TEST_F(BuiltMessage, NonAsciiTextsSurviveOurReaderGMimeAndPython) {
     mail.AddHeaderField("X-Folder", "Входящие/" + c.name);
     paths.push_back(Path(std::to_string(paths.size()) + ".eml"));
     ASSERT_TRUE(mail.SaveEml(paths.back()));
-    ExpectTransportSafe(test::ReadText(paths.back()));
+    ExpectTransportSafe(test::ReadFile(paths.back()));
 
     CkEmail back;
     ASSERT_TRUE(back.LoadEml(paths.back()));

@@ -3,7 +3,7 @@
 
 #include "mail/ck_email.h"
 #include "mail/ck_mime.h"
-#include "tests/mail/mail_test_files.h"
+#include "tests/support/test_data.h"
 
 namespace marrow {
 namespace {
@@ -46,8 +46,8 @@ TEST_F(MimeBoundary, ReplacedBoundaryKeepsEveryOtherField) {
     if (field.name == "Content-Type") field.value = "multipart/mixed; boundary=--VOR";
   EXPECT_EQ(Fields(after), expected);
   // The fields above Content-Type come out exactly as they were stored.
-  const std::string original = test::ReadText(MailFixture("headers_only.eml"));
-  const std::string fixed = test::ReadText(Path("fixed.eml"));
+  const std::string original = test::ReadFile(MailFixture("headers_only.eml"));
+  const std::string fixed = test::ReadFile(Path("fixed.eml"));
   const std::size_t keep = original.find("Content-Type:");
   EXPECT_EQ(fixed.substr(0, keep), original.substr(0, keep));
   EXPECT_NE(fixed.find("\r\nX-Has-Attach: yes\r\n"), std::string::npos);

@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "mail/ck_email.h"
-#include "tests/mail/mail_test_files.h"
+#include "tests/support/test_data.h"
 
 namespace marrow {
 namespace {
@@ -36,7 +36,7 @@ void Exercise(std::string_view text) {
 
 TEST(HostileMime, EveryTruncationOfARealMessage) {
   for (const char* name : {"relayed.eml", "report.eml"}) {
-    const std::string whole = test::ReadText(test::MailFixture(name));
+    const std::string whole = test::ReadFile(test::MailFixture(name));
     ASSERT_GT(whole.size(), 500u) << name;
     for (std::size_t cut = 1; cut < whole.size(); cut += 5) Exercise(whole.substr(0, cut));
   }

@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "mail/ck_email.h"
-#include "tests/mail/mail_test_files.h"
+#include "tests/support/test_data.h"
 
 namespace marrow {
 namespace {
@@ -59,15 +59,15 @@ TEST_F(LoadedMail, AccessorsAndTheHeaderWalkReadTheStoredFields) {
 }
 
 TEST_F(LoadedMail, UnchangedSavesByteForByteAndChangesKeepTheRoute) {
-  const std::string original = test::ReadText(MailFixture("relayed.eml"));
+  const std::string original = test::ReadFile(MailFixture("relayed.eml"));
   ASSERT_TRUE(relayed_.SaveEml(Path("again.eml")));
-  EXPECT_EQ(test::ReadText(Path("again.eml")), original);
+  EXPECT_EQ(test::ReadFile(Path("again.eml")), original);
 
   relayed_.put_Subject("Re: отчёт");
   relayed_.AddHeaderField("X-Recovered", "yes");
   ASSERT_TRUE(relayed_.SaveEml(Path("changed.eml")));
   // Both folded Received fields exactly as they came, still first after Return-Path.
-  const std::string after = test::ReadText(Path("changed.eml"));
+  const std::string after = test::ReadFile(Path("changed.eml"));
   const std::size_t from = original.find("Received:");
   const std::string received = original.substr(from, original.find("X-Mailer:") - from);
   EXPECT_EQ(after.find(received), after.find("Received:"));

@@ -19,7 +19,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string ReadText(const fs::path& path) {
+std::string ReadFile(const fs::path& path) {
   std::ifstream in(path, std::ios::binary);
   return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
@@ -118,7 +118,7 @@ TEST_F(SaveWalk, EmlAndMboxFilesPerFolderUnderTheStoresOwnFolder) {
   // MBOX: one file per folder inside its folder, even an empty one.
   const SaveEnd mbox = Save(reader, tree, root, profile, kOutputMbox);
   ASSERT_FALSE(mbox.failed) << mbox.message;
-  const std::string text = ReadText(fs::path(mbox.destination) / "Inbox/sub2/sub2.MBOX");
+  const std::string text = ReadFile(fs::path(mbox.destination) / "Inbox/sub2/sub2.MBOX");
   std::size_t messages = 0;
   for (std::size_t at = text.find(MboxWriter::kSeparator); at != std::string::npos;
        at = text.find(MboxWriter::kSeparator, at + 1))
@@ -211,9 +211,9 @@ TEST_F(SaveWalk, ChosenItemsNumberedPerFolderInTheOrderChosen) {
   auto subjectOf = [](const FolderItem& i) {
     return "Subject: " + std::to_string(i.nodeId) + "\r\n";
   };
-  EXPECT_TRUE(ReadText(dir_ / "out/Inbox/sub1/1.eml").starts_with(subjectOf(sub1[1])));
-  EXPECT_TRUE(ReadText(dir_ / "out/Inbox/sub1/2.eml").starts_with(subjectOf(sub1[0])));
-  EXPECT_TRUE(ReadText(dir_ / "out/Inbox/2.eml").starts_with(subjectOf(inbox[1])));
+  EXPECT_TRUE(ReadFile(dir_ / "out/Inbox/sub1/1.eml").starts_with(subjectOf(sub1[1])));
+  EXPECT_TRUE(ReadFile(dir_ / "out/Inbox/sub1/2.eml").starts_with(subjectOf(sub1[0])));
+  EXPECT_TRUE(ReadFile(dir_ / "out/Inbox/2.eml").starts_with(subjectOf(inbox[1])));
   EXPECT_EQ(pipeline.Run().saveAsCode, 3u);
   EXPECT_EQ(pipeline.Run().totalInFolder, 0u) << "both go back at the end";
 }

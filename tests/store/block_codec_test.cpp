@@ -71,12 +71,12 @@ TEST(DecodeBlock, PermuteAndCyclicCodes) {
 TEST(BlockCodec, RealBlocksDecodeAndInflateToHeaps) {
   MARROW_REQUIRE_TESTDATA();
   for (const char* name : {"fragments/libpff/data_block.1", "fragments/libpff/data_block.2"}) {
-    Buf data = test::ReadFileBytes(test::Sample(name));
+    Buf data = test::ReadFile<test::Buf>(test::Sample(name));
     ASSERT_GT(data.size(), 3u) << name;
     DecodeBlock(data.data(), data.size(), 0, true, kCryptPermute);
     EXPECT_EQ(data[2], 0xEC) << name;
   }
-  const Buf packed = test::ReadFileBytes(test::Sample("fragments/libpff/data_block.3"));
+  const Buf packed = test::ReadFile<test::Buf>(test::Sample("fragments/libpff/data_block.3"));
   ASSERT_TRUE(LooksDeflated(packed));
   const Buf out = InflateBuffer(packed);
   EXPECT_EQ(out.size(), 11866u) << "the block's padding and trailer after the stream are ignored";

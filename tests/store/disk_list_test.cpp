@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "store/disk_list.h"
-#include "tests/support/disk_list_column.h"
+#include "tests/support/test_data.h"
 
 namespace marrow {
 namespace {

@@ -17,25 +17,13 @@ using Buf = std::vector<std::uint8_t>;
 using test::Cat;
 using test::HeapBuilder;
 using test::LE;
+using test::PropertyList;
 using test::Record;
 using test::Wide;
 
 constexpr std::uint16_t kUnicode = 0x001F;
 constexpr std::uint16_t kLong = 0x0003;
 constexpr std::uint16_t kBinary = 0x0102;
-
-// Allocation 1: the tree header; 2 to n+1: the values; the last: the records.
-Buf PropertyList(const std::vector<Buf>& values, const std::vector<Buf>& records,
-                 std::uint8_t keySize = 2, std::uint8_t valueSize = 6) {
-  HeapBuilder h(0xBC);
-  const std::uint32_t recordsId = (2 + static_cast<std::uint32_t>(values.size())) << 5;
-  h.Root(h.Add(Cat({{0xB5, keySize, valueSize, 0}, LE(recordsId, 4)})));
-  for (const Buf& v : values) h.Add(v);
-  Buf all;
-  for (const Buf& r : records) all.insert(all.end(), r.begin(), r.end());
-  h.Add(all);
-  return h.Build();
-}
 
 PropertyBag Read(StoreReader& r, const Buf& block, bool headersOnly = false,
                  const SubnodeLists& subnodes = {}) {

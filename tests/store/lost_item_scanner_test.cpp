@@ -12,9 +12,8 @@
 #include "store/lost_item_scanner.h"
 #include "store/scan_block_index.h"
 #include "store/store_reader.h"
-#include "tests/support/disk_list_column.h"
-#include "tests/support/store_builder.h"
 #include "tests/support/test_data.h"
+#include "tests/support/store_builder.h"
 
 namespace marrow {
 namespace {
@@ -77,7 +76,7 @@ TEST(Scanner, RealStoresGiveEveryIndexedBlockAndNodeRowAndFindThemAgain) {
     // in a unit that every page testing it calls an index or map page (stale
     // page tails under live blocks do this), or, in the large form, its length
     // with a 16-byte trailer is one unit short of the 24-byte trailer's.
-    const std::vector<std::uint8_t> bytes = test::ReadFileBytes(test::Sample(store));
+    const std::vector<std::uint8_t> bytes = test::ReadFile<test::Buf>(test::Sample(store));
     const bool large = reader->IsLargePage();
     const std::uint64_t unit = large ? 512 : 64, pageSize = large ? 4096 : 512;
     const std::uint64_t trailerBytes = large ? 24 : reader->IsAnsi() ? 12 : 16;

@@ -182,7 +182,7 @@ TEST(CheckPage, RealIndexPagesPassOnlyInTheirOwnForm) {
                {"fragments/libpff/index_node.2", 0, false},
                {"fragments/libpff/index_node.3", 0, true}};
   for (const Case& c : cases) {
-    const auto page = test::ReadFileBytes(test::Sample(c.file));
+    const auto page = test::ReadFile<test::Buf>(test::Sample(c.file));
     for (const Case& form : cases) {
       StoreReader r;
       r.SetAnsi(form.isAnsi);

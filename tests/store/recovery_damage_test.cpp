@@ -15,13 +15,13 @@
 #include <map>
 #include <random>
 #include <set>
+#include <sstream>
 
 #include <gtest/gtest.h>
 
 #include "store/folder_items.h"
 #include "store/page_layout.h"
 #include "store/page_rows.h"
-#include "tests/support/recovered_tree.h"
 #include "tests/support/test_data.h"
 
 namespace marrow {
@@ -171,12 +171,7 @@ Names Minus(const Names& a, const Names& b) {
   return out;
 }
 
-Names Plus(Names a, const Names& b) {
-  a.insert(b.begin(), b.end());
-  return a;
-}
-
-// What one damaged copy must give.
+// What one recovery of a damaged copy (or of the healthy file) must give.
 struct Expected {
   int runs;
   std::size_t folders;        // visible rows, orphan rows included
@@ -187,100 +182,42 @@ struct Expected {
   Names added;    // names it shows that the healthy tree does not
 };
 
-// One sample: its healthy figures and what each damage leaves of it. With both
-// index roots wiped the figures are those of the zeroed header, in one run.
+// One sample: what each damage leaves of it (tests/data/oracle/damage.tsv,
+// with why). The zeroed header reads as the 32-bit form with both roots at 0,
+// so only a scan in the right form finds rows: run 1 is the header's own
+// (32-bit, 512), run 2 the other 32/64-bit form, run 5 (64-bit, 4096) after
+// (64,512) and (32,512) again. With both index roots wiped the figures are
+// those of the zeroed header, in one run. A quarter of the index pages is
+// wiped with a fixed seed; the cut keeps the first half; every seventh page
+// from page 3 is zeroed. The loop makes two folders each other's parent.
 struct Case {
-  const char* name;
-  const char* sample;
-  std::size_t folders, indexMessages, lostMessages;
-  Expected header, random, cut, seventh;
-  std::uint32_t loopA, loopB;  // the two folders made each other's parent
-  Expected loop;
+  std::string sample;
+  std::map<std::string, Expected> damage;  // healthy, header, random, cut, seventh, loop
+  std::uint32_t loopA = 0, loopB = 0;
 };
 
-const Names kOrphanRows1 = {"Orphan Folder(s)", "Orphan Folder_1"};
-// Folders of the offline store the scan alone cannot name: the trailers of
-// their current blocks lie in 512-byte units whose type bytes still say
-// "block index page" (left by a page later overwritten), and the scan does
-// not test trailers in index pages.
-const Names kOstUnseenBlocks = {"Journal", "Server Failures", "Suggested Contacts", "sub1"};
-// clang-format off
-const Names kAll4kFolders = {
-    "Attività", "Bozze", "Calendario", "Contatti", "Conversation Action Settings",
-    "Deleted Items", "Deletions", "Drafts", "Journal", "Note", "Posta eliminata",
-    "Posta in arrivo", "Posta in uscita", "Posta indesiderata", "Posta inviata", "Purges",
-    "Recoverable Items", "Search Root", "Sent", "Sent Messages", "Top of Personal Folders",
-    "Trash", "Versions"};
-// clang-format on
-
-// The zeroed header reads as the 32-bit form with both roots at 0, so only a
-// scan in the right form finds rows: run 1 is the header's own (32-bit, 512),
-// run 2 the other 32/64-bit form, run 5 (64-bit, 4096) after (64,512) and
-// (32,512) again. A quarter of the index pages is wiped with a fixed seed; the
-// cut keeps the first half; every seventh page from page 3 is zeroed.
-// clang-format off
-const Case kCases[] = {
-    {"Ansi", "pst/ansi/pst2john_97_outlook_pass12345.pst", 13, 294, 0,
-     // header: one message copied 294 times, its 181 deleted rows naming the same block;
-     // scanned rows are handed on once per data block and folder: four folders show one.
-     {1, 13, 13, 0, 0, 4, {}, {}},
-     // random: the block-index root goes, so all folders come from the scan; four leaves
-     // of 28 message rows go.
-     {1, 13, 13, 0, 182, 0, {}, {}},
-     // cut: the index lists the 98 message rows of the live leaves in the first half.
-     {1, 13, 0, 0, 98, 0, {}, {}},
-     // seventh: two leaves (21 rows) go; 10 folders come back from older rows.
-     {1, 13, 10, 0, 273, 0, {}, {}},
-     // loop: Outbox (5) and Sent Items (7).
-     0x80a2, 0x80c2, {1, 11, 0, 0, 282, 0, {"Outbox", "Sent Items"}, {}}},
-    {"Unicode", "pst/unicode/aspose_Outlook.pst", 20, 17, 10,
-     // header: all 27 messages. The scan takes a node's first row in file order; the
-     // Inbox's is an old row whose block's trailer at 0x10540 keeps its check word, but
-     // the bytes are now a later block of Calendar: the Inbox shows as a second Calendar.
-     {2, 20, 20, 0, 0, 27, {"Inbox"}, {"Calendar"}},
-     // random: the node root goes; Custom Folder 1 and 2 were only on a wiped leaf.
-     {1, 18, 18, 0, 0, 27, {"Custom Folder 1", "Custom Folder 2", "Inbox"}, {"Calendar"}},
-     // cut: every live page lies in the first half.
-     {1, 20, 0, 0, 17, 10, {}, {}},
-     // seventh: three folders' blocks are gone; a made-up IPM_SUBTREE takes the id of Top
-     // of Personal Folders, whose block the index cannot read, so the scan's copy is
-     // skipped; one deleted message is gone.
-     {1, 17, 8, 0, 17, 9, {"Junk E-mail", "RSS Feeds", "Tasks", "Top of Personal Folders"},
-      {"IPM_SUBTREE"}},
-     // loop: Inbox (8 + 9, and SubInbox below it) and Sent Items (6).
-     0x8082, 0x80c2, {1, 17, 0, 0, 3, 1, {"Inbox", "Sent Items", "SubInbox"}, {}}},
-    {"Ost", "ost/unicode512/aspose_SampleOstFile.ost", 36, 92, 10,
-     // header: all 102 messages but the unseen folders'; sub1's (25 + 3) go to an orphan.
-     {2, 34, 34, 2, 0, 102, kOstUnseenBlocks, kOrphanRows1},
-     // random: the node root goes; six folders were only on wiped leaves.
-     {1, 29, 29, 3, 0, 102,
-      Plus(kOstUnseenBlocks, {"EFORMS REGISTRY", "Junk E-Mail", "Notes", "Organization Forms",
-                              "Tasks", "sub2"}),
-      Plus(kOrphanRows1, {"Orphan Folder_2"})},
-     // cut: both roots lie past the cut; 7 messages were only in the second half.
-     {1, 34, 34, 2, 0, 95, kOstUnseenBlocks, kOrphanRows1},
-     // seventh: a zeroed branch cuts the index off every folder leaf; 78 message rows are
-     // still reached; EFORMS REGISTRY, its parent gone, moves to the top.
-     {1, 27, 27, 2, 78, 14,
-      Plus(kOstUnseenBlocks, {"Contacts", "Drafts", "Drizzle", "Local Failures",
-                              "NON_IPM_SUBTREE", "News Feed", "Tasks"}),
-      kOrphanRows1},
-     // loop: sub1 (25 + 3) and sub2 (29 + 2).
-     0x80a2, 0x80c2, {1, 34, 0, 0, 38, 5, {"sub1", "sub2"}, {}}},
-    {"Ost4k", "ost4k/go-pst_support.ost", 23, 17, 0,
-     // header: everything, in run 5.
-     {5, 23, 23, 0, 0, 17, {}, {}},
-     // random: the node leaf with all folder rows and the Drafts' 6 messages goes; the
-     // other leaf's 11 (Sent Messages) are still listed, under Orphan Folder_1.
-     {1, 2, 2, 2, 11, 0, kAll4kFolders, kOrphanRows1},
-     // cut: every index page lies in the last 24 KiB: all six runs find nothing.
-     {6, 0, 0, 0, 0, 0, kAll4kFolders, {}},
-     // seventh: page 122 is that node leaf again.
-     {1, 2, 2, 2, 11, 0, kAll4kFolders, kOrphanRows1},
-     // loop: Drafts (6) and Journal (0).
-     0x8122, 0x8142, {1, 21, 0, 0, 11, 0, {"Drafts", "Journal"}, {}}},
-};
-// clang-format on
+std::vector<Case> LoadCases() {
+  std::vector<Case> cases;
+  auto names = [](const std::string& list) {
+    Names out;
+    std::stringstream parts(list == "-" ? "" : list);
+    for (std::string name; std::getline(parts, name, ';');) out.insert(name);
+    return out;
+  };
+  for (const auto& f : test::OracleRows("damage.tsv", 11)) {
+    if (cases.empty() || cases.back().sample != f[0]) cases.push_back({f[0], {}});
+    std::string damage = f[1];
+    if (damage.rfind("loop:", 0) == 0) {
+      cases.back().loopA = std::stoul(damage.substr(5, 6), nullptr, 16);
+      cases.back().loopB = std::stoul(damage.substr(12), nullptr, 16);
+      damage = "loop";
+    }
+    cases.back().damage[damage] = {std::stoi(f[2]), std::stoul(f[3]), std::stoul(f[4]),
+                                   std::stoul(f[5]), std::stoul(f[6]), std::stoul(f[7]),
+                                   names(f[8]), names(f[9])};
+  }
+  return cases;
+}
 
 void PrintTo(const Case& c, std::ostream* os) {
   *os << c.sample;
@@ -291,20 +228,13 @@ class DamagedCopies : public ::testing::TestWithParam<Case> {
   void SetUp() override {
     MARROW_REQUIRE_TESTDATA();
     const Case& c = GetParam();
-    bytes_ = test::ReadFileBytes(test::Sample(c.sample));
+    bytes_ = test::ReadFile<test::Buf>(test::Sample(c.sample));
     map_ = MapIndexes(bytes_);
     healthy_ = RecoverCopy(dir_, bytes_, "healthy");
-    EXPECT_EQ(healthy_.outcome.runs, 1);
-    EXPECT_EQ(healthy_.folders, c.folders);
-    EXPECT_EQ(healthy_.lostFolders, 0u);
-    EXPECT_EQ(healthy_.indexMessages, c.indexMessages);
-    EXPECT_EQ(healthy_.lostMessages, c.lostMessages);
+    ExpectFigures(healthy_, c.damage.at("healthy"));
   }
 
-  // Recovers the damaged copy and holds it against `want` and against the healthy file.
-  Result Check(const Buf& damaged, const std::string& variant, const Expected& want,
-               bool related = true) {
-    const Result got = RecoverCopy(dir_, damaged, variant);
+  void ExpectFigures(const Result& got, const Expected& want) const {
     EXPECT_TRUE(got.outcome.opened);
     EXPECT_EQ(got.outcome.runs, want.runs);
     EXPECT_EQ(got.folders, want.folders);
@@ -314,6 +244,14 @@ class DamagedCopies : public ::testing::TestWithParam<Case> {
     EXPECT_EQ(got.lostMessages, want.lostMessages);
     EXPECT_EQ(Minus(healthy_.names, got.names), want.missing);
     EXPECT_EQ(Minus(got.names, healthy_.names), want.added);
+  }
+
+  // Recovers the damaged copy and holds it against `want` and against the healthy file.
+  Result Check(const Buf& damaged, const std::string& variant, const Expected& want,
+               bool related = true) {
+    SCOPED_TRACE(variant);
+    const Result got = RecoverCopy(dir_, damaged, variant);
+    ExpectFigures(got, want);
     if (!related) return got;
     for (std::uint64_t block : got.messageBlocks) {
       EXPECT_TRUE(healthy_.messageBlocks.count(block))
@@ -355,16 +293,17 @@ class DamagedCopies : public ::testing::TestWithParam<Case> {
   Result healthy_;
 };
 
-INSTANTIATE_TEST_SUITE_P(Samples, DamagedCopies, ::testing::ValuesIn(kCases),
+INSTANTIATE_TEST_SUITE_P(Samples, DamagedCopies, ::testing::ValuesIn(LoadCases()),
                          [](const ::testing::TestParamInfo<Case>& p) {
-                           return std::string(p.param.name);
+                           std::string name = p.param.sample.substr(0, p.param.sample.find('/'));
+                           return name + std::to_string(p.index);
                          });
 
 TEST_P(DamagedCopies, HeaderOrRootsGoneLeaveEverythingToTheScan) {
   const Case& c = GetParam();
   Buf header = bytes_;
   ZeroPage(header, 0, map_.pageSize);
-  const Result fromHeader = Check(header, "header", c.header);
+  const Result fromHeader = Check(header, "header", c.damage.at("header"));
   EXPECT_EQ(fromHeader.isAnsi, map_.isAnsi ? 1 : 0);
   EXPECT_EQ(fromHeader.isLargePage, map_.isLargePage);
   // Every leaf survives, so every message is back (by content: the 32-bit sample's 294 are one
@@ -377,7 +316,7 @@ TEST_P(DamagedCopies, HeaderOrRootsGoneLeaveEverythingToTheScan) {
   Buf roots = bytes_;
   ZeroPage(roots, map_.nodeRootOffset, map_.pageSize);
   ZeroPage(roots, map_.blockRootOffset, map_.pageSize);
-  Expected sameAsHeader = c.header;
+  Expected sameAsHeader = c.damage.at("header");
   sameAsHeader.runs = 1;
   const Result fromRoots = Check(roots, "roots", sameAsHeader);
   EXPECT_EQ(fromRoots.lostFolders, fromRoots.folders);
@@ -406,7 +345,7 @@ TEST_P(DamagedCopies, WipedCutOrZeroedPagesLoseOnlyWhatTheyHeld) {
     const char* variant;
     const Buf& damaged;
     const Expected& want;
-  } runs[] = {{"random", random, c.random}, {"cut", cut, c.cut}, {"seventh", seventh, c.seventh}};
+  } runs[] = {{"random", random, c.damage.at("random")}, {"cut", cut, c.damage.at("cut")}, {"seventh", seventh, c.damage.at("seventh")}};
   for (const auto& run : runs) {
     SCOPED_TRACE(run.variant);
     EXPECT_EQ(Check(run.damaged, run.variant, run.want).indexMessages,
@@ -426,7 +365,7 @@ TEST_P(DamagedCopies, ParentLoopKeepsItsRowsOutOfTheTree) {
     const std::uint64_t at = row->rowOffset + (map_.isAnsi ? 12 : 24);
     for (int k = 0; k < 4; ++k) damaged[at + k] = static_cast<std::uint8_t>(parent >> (8 * k));
   }
-  const Result got = Check(damaged, "loop", c.loop, false);
+  const Result got = Check(damaged, "loop", c.damage.at("loop"), false);
   EXPECT_EQ(got.parentOf.count(c.loopA), 0u);
   EXPECT_EQ(got.parentOf.count(c.loopB), 0u);
   // The messages shown are the healthy ones less those of the two folders and every folder below
@@ -449,7 +388,7 @@ TEST_P(DamagedCopies, ParentLoopKeepsItsRowsOutOfTheTree) {
     bool underLoop = false;
     for (std::size_t at = 1; at <= path.size();) {
       const std::size_t end = std::min(path.find('/', at), path.size());
-      underLoop = underLoop || c.loop.missing.count(path.substr(at, end - at)) != 0;
+      underLoop = underLoop || c.damage.at("loop").missing.count(path.substr(at, end - at)) != 0;
       at = end + 1;
     }
     if (!underLoop) {

@@ -9,7 +9,6 @@
 
 #include "content/property_values.h"
 #include "store/folder_items.h"
-#include "tests/support/recovered_tree.h"
 #include "tests/support/test_data.h"
 
 namespace marrow {
@@ -79,38 +78,9 @@ std::size_t CheckFolders(const test::Recovered& r,
 // Its "email" and "contact" items whose node id is a contents table (id & 31
 // is 14 or 16) are old contents tables, not messages. Stores not listed: our
 // lost rows are exactly the messages pffexport names.
-struct ScanVerdict {
-  const char* store;
-  int lostRows;
-  int moved;          // the data block is still indexed: the node lives on in another folder
-  int sharedSubnode;  // the data block is gone, the subnode block is still the live node's
-};
-const ScanVerdict kScanVerdicts[] = {
-    // pffexport names 0x214a44, 0x214d84; 0x213a24, 0x2145e4 unlisted, 0x214ac4 space in use again.
-    {"ost/unicode512/aspose_SampleOstFile.ost", 10, 0, 5},
-    // Eight Inbox rows unlisted; 0x200024 (free/busy): its subnode block's space is in use again.
-    {"ost4k/aspose_Outlook.ost", 10, 0, 1},
-    // pffexport names 0x214a44; 0x214d84 space in use again, 0x2145e4 unlisted.
-    {"ost4k/aspose_SampleOstFile.ost", 3, 0, 0},
-    // 0x214a44, 0x214d84: their old blocks lie in used space in this copy; 0x2145e4 unlisted.
-    {"ost4k/aspose_SampleOstFile.uncompressed.ost", 3, 0, 0},
-    // 0x200024: no index page lists its subnode block.
-    {"ost4k/pstsdk_submessage.all-compressed.ost", 1, 0, 0},
-    // pffexport's four contacts are old contents tables (0x80ae, 0x80030).
-    {"pst/ansi/hiraoka_contacts97-2002.pst", 2, 0, 2},
-    // pffexport: 0x200224, 0x200244, 0x200264 "unknown", 0x200024 "skipped"; 0x200144,
-    // 0x200164, 0x200184, 0x2001e4 unlisted, 0x200204 space in use again; two old contents tables.
-    {"pst/unicode/aspose_Outlook.pst", 10, 0, 1},
-    // Ten messages moved from the Inbox to Deleted Items; pffexport names 0x200144, 0x2001a4.
-    {"pst/unicode/aspose_passwordprotectedPST.pst", 12, 10, 0},
-    // 0x200144 in Deleted Items (0x8042 here): unlisted.
-    {"pst/unicode/pst2john_2003_high-encryption_quickquick.pst", 1, 0, 0},
-    // 0x200024: its subnode block's space is in use again; its "email" is an old contents table.
-    {"pst/unicode/pstsdk_submessage.pst", 1, 0, 0},
-    // 0x200204 moved to FolderWithSampleMessages, 0x2000e4 shares its subnode block;
-    // 0x200264 moved there from the Inbox and changed, its old data block unlisted.
-    {"pst/unicode/tghanem_user1@test.lab.pst", 3, 1, 1},
-};
+// tests/data/oracle/scan_verdicts.tsv: per store, our lost rows, of them how
+// many have a data block still indexed (the node lives on in another folder)
+// and how many a gone data block but the live node's subnode block, and why.
 
 struct PffItem {
   std::string kind;
@@ -173,13 +143,11 @@ std::size_t CheckScan(const std::string& store, const test::Recovered& r, StoreR
       ++sharedSubnode;
     }
   }
-  ScanVerdict want{store.c_str(), pffMessages, 0, 0};
-  for (const ScanVerdict& v : kScanVerdicts) {
-    if (store == v.store) want = v;
+  std::vector<int> want = {pffMessages, 0, 0};
+  for (const auto& v : test::OracleRows("scan_verdicts.tsv", 5)) {
+    if (v[0] == store) want = {std::stoi(v[1]), std::stoi(v[2]), std::stoi(v[3])};
   }
-  EXPECT_EQ(static_cast<int>(rows.size()), want.lostRows);
-  EXPECT_EQ(moved, want.moved);
-  EXPECT_EQ(sharedSubnode, want.sharedSubnode);
+  EXPECT_EQ((std::vector<int>{static_cast<int>(rows.size()), moved, sharedSubnode}), want);
   return named;
 }
 
@@ -235,11 +203,11 @@ void CheckItemLists(const test::Recovered& r, StoreReader& fresh) {
 TEST(RecoverySamples, TreeScanAndItemListsAgreeWithPffexport) {
   MARROW_REQUIRE_TESTDATA();
   OraclePaths paths;
-  for (const auto& f : test::OracleTsv("folder_counts.tsv")) {
+  for (const auto& f : test::OracleRows("folder_counts.tsv")) {
     if (f.size() == 5 && f[1] == "pffexport") paths[f[0]][f[3]].insert(Hex(f[2]));
   }
   std::map<std::string, std::vector<PffItem>> pff;
-  for (const auto& f : test::OracleTsv("recovered_items.tsv")) {
+  for (const auto& f : test::OracleRows("recovered_items.tsv")) {
     if (f.size() != 6) continue;
     auto& items = pff[f[0]];
     if (f[1] != "0") items.push_back({f[3], f[4] == "-" ? 0 : Hex(f[4]), f[5]});

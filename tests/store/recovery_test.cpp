@@ -9,9 +9,8 @@
 #include "store/recovery.h"
 #include "store/start_scan.h"
 #include "tests/support/heap_builder.h"
-#include "tests/support/recovered_tree.h"
-#include "tests/support/store_builder.h"
 #include "tests/support/test_data.h"
+#include "tests/support/store_builder.h"
 
 namespace marrow {
 namespace {
@@ -24,17 +23,16 @@ using test::NodeRow;
 // A property list heap with texts and 32-bit numbers, records sorted by tag.
 Buf PropertyList(const std::vector<std::pair<std::uint16_t, std::string>>& texts,
                  const std::vector<std::pair<std::uint16_t, std::uint32_t>>& numbers) {
-  test::HeapBuilder h(0xBC);
-  const std::uint32_t recordsId = (2 + static_cast<std::uint32_t>(texts.size())) << 5;
-  h.Root(h.Add(test::Cat({{0xB5, 2, 6, 0}, test::LE(recordsId, 4)})));
+  std::vector<Buf> values;
   std::map<std::uint16_t, Buf> records;
-  for (const auto& [tag, text] : texts)
-    records[tag] = test::Record(tag, 0x001F, h.Add(test::Wide(text.c_str())));
+  for (const auto& [tag, text] : texts) {
+    values.push_back(test::Wide(text.c_str()));
+    records[tag] = test::Record(tag, 0x001F, (1 + values.size()) << 5);
+  }
   for (const auto& [tag, value] : numbers) records[tag] = test::Record(tag, 0x0003, value);
-  Buf all;
-  for (const auto& [tag, r] : records) all.insert(all.end(), r.begin(), r.end());
-  h.Add(all);
-  return h.Build();
+  std::vector<Buf> sorted;
+  for (const auto& [tag, r] : records) sorted.push_back(r);
+  return test::PropertyList(values, sorted);
 }
 
 // A small store written block by block. Rows go either into the live

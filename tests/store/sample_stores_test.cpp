@@ -36,36 +36,20 @@ struct OracleFolder {
   std::string containerClass;
 };
 
-// Where our count of message nodes differs from pffexport's, and why ours is right.
-struct CountVerdict {
-  const char* store;
-  std::uint64_t folder, ours;
-};
-const CountVerdict kCountVerdicts[] = {
-    // "Freebusy Data" holds one ordinary message node: pffexport writes it only in -m debug.
-    {"ost4k/aspose_Outlook.ost", 0x8222, 1},
-    {"ost4k/java-libpst_dist-list.ost", 0x8222, 1},
-    {"pst/unicode/aspose_Outlook.pst", 0x8222, 1},
-    {"pst/unicode/java-libpst_dist-list.pst", 0x8222, 1},
-    {"pst/unicode/java-libpst_passworded.pst", 0x8222, 1},
-    // Posts (IPM.Post) are message nodes neither pffexport nor readpst exports; a recovery keeps
-    // them.
-    {"pst/ansi/pstsdk_test_ansi.pst", 0x8082, 1},
-    {"pst/unicode/pstsdk_test_unicode.pst", 0x8022, 1},
-    {"pst/unicode/pstsdk_test_unicode.pst", 0x8082, 1},
-};
+// Where our count of message nodes differs from pffexport's, and why ours is
+// right: tests/data/oracle/count_verdicts.tsv.
 
 TEST(SampleStores, FormVoteFoldersNamesAndClassesAgreeWithPffexport) {
   MARROW_REQUIRE_TESTDATA();
   std::map<std::string, std::map<std::uint64_t, OracleFolder>> oracle;
-  for (const auto& f : test::OracleTsv("folder_counts.tsv")) {
+  for (const auto& f : test::OracleRows("folder_counts.tsv")) {
     if (f.size() < 5 || f[1] != "pffexport") continue;
     OracleFolder& folder = oracle[f[0]][std::stoull(f[2], nullptr, 16)];
     folder.listed = true;
     folder.messages = std::stoull(f[4]);
     folder.name = f[3].substr(f[3].rfind('/') + 1);
   }
-  for (const auto& f : test::OracleTsv("folder_classes.tsv")) {
+  for (const auto& f : test::OracleRows("folder_classes.tsv")) {
     if (f.size() < 3) continue;
     OracleFolder& folder = oracle[f[0]][std::stoull(f[1], nullptr, 16)];
     folder.containerClass = f[2] == "-" ? "" : f[2];
@@ -113,8 +97,8 @@ TEST(SampleStores, FormVoteFoldersNamesAndClassesAgreeWithPffexport) {
       }
       if (!want.listed) continue;
       std::uint64_t messages = want.messages;
-      for (const CountVerdict& v : kCountVerdicts) {
-        if (store == v.store && id == v.folder) messages = v.ours;
+      for (const auto& v : test::OracleRows("count_verdicts.tsv", 4)) {
+        if (store == v[0] && id == std::stoull(v[1], nullptr, 16)) messages = std::stoull(v[2]);
       }
       EXPECT_EQ(f.messages, messages) << "folder 0x" << std::hex << id;
       const bool ascii =

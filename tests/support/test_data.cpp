@@ -3,13 +3,43 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <fstream>
-#include <iterator>
 #include <sstream>
+
+#include "store/recovery.h"
 
 namespace fs = std::filesystem;
 
 namespace marrow::test {
+
+namespace {
+
+// Every test reads times in UTC.
+class UtcZone : public ::testing::Environment {
+ public:
+  void SetUp() override {
+    ::setenv("TZ", "UTC", 1);
+    ::tzset();
+  }
+};
+const auto* const kUtcZone = ::testing::AddGlobalTestEnvironment(new UtcZone);
+
+// The field escapes of tests/data/oracle/oracle_text.py.
+std::string Unescape(const std::string& s) {
+  std::string out;
+  for (std::size_t i = 0; i < s.size(); ++i) {
+    if (s[i] != '\\' || i + 1 == s.size()) {
+      out += s[i];
+    } else if (s[++i] == 'x' && i + 2 < s.size()) {
+      out += static_cast<char>(std::stoi(s.substr(i + 1, 2), nullptr, 16));
+      i += 2;
+    } else {
+      out += s[i] == 't' ? '\t' : s[i] == 'n' ? '\n' : s[i] == 'r' ? '\r' : s[i];
+    }
+  }
+  return out;
+}
+
+}  // namespace
 
 std::string TestDataDir() {
   std::error_code ec;
@@ -37,30 +67,20 @@ std::vector<std::string> AllStores() {
   return out;
 }
 
-std::vector<std::uint8_t> ReadFileBytes(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::vector<std::uint8_t>(std::istreambuf_iterator<char>(in),
-                                   std::istreambuf_iterator<char>());
+std::string MailFixture(const std::string& name) {
+  return std::string(MARROW_SOURCE_DIR) + "/tests/mail/data/" + name;
 }
 
-std::unique_ptr<StoreReader> SampleReader(const std::string& relative,
-                                          const std::string& tempFolder) {
-  auto reader = std::make_unique<StoreReader>(tempFolder);
-  EXPECT_TRUE(reader->OpenSource(std::make_unique<MemorySource>(ReadFileBytes(Sample(relative))),
-                                 relative));
-  return reader;
-}
-
-std::vector<std::vector<std::string>> OracleTsv(const std::string& name) {
-  std::ifstream in(std::string(MARROW_SOURCE_DIR) + "/tests/data/oracle/" + name);
+std::vector<std::vector<std::string>> OracleRows(const std::string& name, std::size_t fields) {
   std::vector<std::vector<std::string>> rows;
+  std::ifstream in(std::string(MARROW_SOURCE_DIR) + "/tests/data/oracle/" + name);
   std::string line;
   std::getline(in, line);  // header
   while (std::getline(in, line)) {
-    std::vector<std::string> fields;
+    std::vector<std::string> row;
     std::stringstream cells(line);
-    for (std::string s; std::getline(cells, s, '\t');) fields.push_back(s);
-    rows.push_back(std::move(fields));
+    for (std::string s; std::getline(cells, s, '\t');) row.push_back(Unescape(s));
+    if (fields == 0 || row.size() == fields) rows.push_back(std::move(row));
   }
   return rows;
 }
@@ -76,13 +96,89 @@ TempFolder::~TempFolder() {
   fs::remove_all(dir_, ec);
 }
 
-std::string TempFolder::Write(const std::string& name,
-                              const std::vector<std::uint8_t>& bytes) const {
+std::string TempFolder::Write(const std::string& name, std::string_view bytes) const {
   const std::string path = Path(name);
   std::ofstream(path, std::ios::binary)
-      .write(reinterpret_cast<const char*>(bytes.data()),
-             static_cast<std::streamsize>(bytes.size()));
+      .write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
   return path;
+}
+
+ScratchDir::ScratchDir()
+    : TempFolder(std::string(::testing::UnitTest::GetInstance()->current_test_info()->test_suite_name()) +
+                 "-" + ::testing::UnitTest::GetInstance()->current_test_info()->name()) {}
+
+std::unique_ptr<StoreReader> SampleReader(const std::string& relative,
+                                          const std::string& tempFolder) {
+  auto reader = std::make_unique<StoreReader>(tempFolder);
+  EXPECT_TRUE(reader->OpenSource(std::make_unique<MemorySource>(ReadFile<Buf>(Sample(relative))),
+                                 relative));
+  return reader;
+}
+
+std::map<std::uint32_t, NodeEntry> MessageNodes(StoreReader& reader) {
+  std::map<std::uint32_t, NodeEntry> messages;
+  VisitedSet pages;
+  reader.ForEachNodeEntry(reader.nodeRootOffset, pages, [&](const NodeEntry& e) {
+    if ((e.nodeId & kNodeTypeMask) == kNodeTypeMessage) messages.emplace(e.nodeId, e);
+  });
+  return messages;
+}
+
+bool ReadMessage(StoreReader& reader, const NodeEntry& node, SubnodeLists& subnodes,
+                 PropertyBag& bag) {
+  reader.ReadSubnodeList(node.subnodeBlock, subnodes);
+  return reader.ReadBagFromBlock(node.dataBlock, bag, subnodes);
+}
+
+PropertyBag Bag(std::initializer_list<std::tuple<std::uint16_t, std::uint16_t, Buf>> values) {
+  PropertyBag bag;
+  for (const auto& [id, type, bytes] : values)
+    bag.Append(PropertyValue::InMemory(id, type, bytes.data(), bytes.size()));
+  return bag;
+}
+
+std::vector<std::uint64_t> Column(DiskList& list) {
+  std::vector<std::uint64_t> out;
+  list.Rewind();
+  for (std::uint64_t v = 0; list.NextU64(v);) out.push_back(v);
+  return out;
+}
+
+std::vector<std::pair<std::string, TreeItem>> Recovered::Paths() const {
+  std::vector<std::pair<std::string, TreeItem>> out;
+  std::vector<std::string> trail;
+  tree.ForEachBelow(root, [&](TreeItem item, int depth) {
+    trail.resize(static_cast<std::size_t>(depth - 1));
+    trail.push_back(tree.Find(item)->text);
+    std::string path;
+    for (const std::string& part : trail) path += "/" + part;
+    out.emplace_back(path, item);
+  });
+  return out;
+}
+
+const FolderRecord* Recovered::RowOf(TreeItem item) const {
+  for (const FolderRecord& f : reader->folders) {
+    if (f.treeItem == item) return &f;
+  }
+  return nullptr;
+}
+
+Recovered RecoverWith(std::unique_ptr<StoreReader> reader, bool retryPass) {
+  Recovered r;
+  r.reader = std::move(reader);
+  r.root = r.tree.AddRoot("source", 9);
+  r.outcome.opened = true;
+  r.outcome.runs = RecoverStore(*r.reader, r.tree, r.root, retryPass) ? 1 : 0;
+  return r;
+}
+
+Recovered ScanPath(const ScanRequest& request, const std::string& tempFolder) {
+  Recovered r;
+  r.reader = std::make_unique<StoreReader>(tempFolder);
+  r.root = r.tree.AddRoot(request.sourcePath, 9);
+  r.outcome = StartScan(*r.reader, r.tree, r.root, request);
+  return r;
 }
 
 }  // namespace marrow::test

@@ -41,8 +41,9 @@ for rel in "${stores[@]}"; do
 done
 
 python3 - "$work/list" > "$work/export_oracle.tsv" <<'PY'
-import collections, datetime, email, email.header, email.policy, email.utils, hashlib, os, re, sys
+import collections, os, re, sys
 from oracle_text import esc
+from oracle_mail import digest, norm_text, read_eml
 
 def fail(msg):
     print('error: ' + msg, file=sys.stderr)
@@ -121,125 +122,6 @@ def folder_dir(rdir, path):
     return d
 
 # ------------------------------------------------------------ the files
-def norm_text(s):
-    """Line ends as LF, trailing blanks of every line and trailing empty lines dropped."""
-    s = s.replace('\r\n', '\n').replace('\r', '\n')
-    return '\n'.join(l.rstrip() for l in s.split('\n')).rstrip('\n')
-
-def digest(text):
-    if text is None: return ('-', '-')
-    b = text.encode('utf-8', 'surrogateescape')
-    return (str(len(b)), hashlib.sha256(b).hexdigest())
-
-def header_text(v):
-    """A header's text: unfolded, encoded words decoded."""
-    if v is None: return None
-    parts = []
-    for chunk, cs in email.header.decode_header(re.sub(r'\r?\n(?=[ \t])', '', str(v))):
-        if isinstance(chunk, str):
-            parts.append(chunk)
-        else:
-            try:
-                parts.append(chunk.decode(cs or 'utf-8', 'surrogateescape'))
-            except LookupError:
-                parts.append(chunk.decode('utf-8', 'surrogateescape'))
-    return ''.join(parts)
-
-def addresses(msg, name):
-    vals = msg.get_all(name) or []
-    out = [a for _, a in email.utils.getaddresses([header_text(v) for v in vals]) if '@' in a]
-    return ';'.join(out) if out else '-'
-
-def date_of(msg):
-    v = msg.get('Date')
-    if v is None: return '-'
-    try:
-        d = email.utils.parsedate_to_datetime(str(v))
-    except (TypeError, ValueError):
-        return 'unparsed:' + str(v)
-    if d.tzinfo is None: d = d.replace(tzinfo=datetime.timezone.utc)
-    return d.astimezone(datetime.timezone.utc).strftime('%Y-%m-%dT%H:%M:%SZ')
-
-def filename_of(p):
-    """The file name a part gives, RFC 2231 form first (a plain copy next to it may hold raw bytes)."""
-    for hdr, key in (('content-disposition', 'filename'), ('content-type', 'name')):
-        vals = [v for k, v in (p.get_params(header=hdr) or [])[1:] if k.lower() == key]
-        for v in vals:
-            if isinstance(v, tuple):
-                return email.utils.collapse_rfc2231_value(v)
-        if vals:
-            return header_text(email.utils.unquote(vals[0]))
-    return None
-
-def part_text(p):
-    raw = p.get_payload(decode=True) or b''
-    cs = p.get_content_charset() or 'us-ascii'
-    try:
-        return raw.decode(cs, 'surrogateescape')
-    except LookupError:
-        return raw.decode('utf-8', 'surrogateescape')
-
-# readpst puts an mbox "From " line (quoted) at the top of an embedded message.
-RX_FROMLINE = re.compile(rb'^>From "[^"\r\n]*" \w{3} \w{3} +\d+ \d\d:\d\d:\d\d \d{4}\r?\n', re.M)
-
-def message_fields(msg, attachments, messages):
-    """Header fields, bodies; attachments and embedded messages appended to the lists."""
-    plain = html = None
-    def walk(p):
-        nonlocal plain, html
-        ctype = p.get_content_type()
-        if p.get_content_maintype() == 'multipart':
-            if p.is_multipart():   # a multipart without parts holds only its preamble
-                for sub in p.get_payload(): walk(sub)
-            return
-        if ctype == 'message/rfc822':
-            inner = p.get_payload()
-            messages.append(inner[0] if isinstance(inner, list) else inner)
-            return
-        disp = str(p.get('Content-Disposition', '')).split(';')[0].strip().lower()
-        name = filename_of(p)
-        if name is None and disp == '':
-            if ctype == 'text/plain' and plain is None:
-                plain = norm_text(part_text(p)); return
-            if ctype == 'text/html' and html is None:
-                html = norm_text(part_text(p)); return
-            if ctype == 'text/calendar':
-                return   # readpst's own rendering of a meeting
-        if ctype == 'text/calendar' and name is not None and re.match(r'^i\d+\.ics$', name):
-            return       # readpst's own rendering of a meeting, attached
-        data = p.get_payload(decode=True) or b''
-        if ctype.startswith('application/x-report-'):
-            ctype = 'message/' + ctype[len('application/x-report-'):]
-        attachments.append((name if name is not None else '-', ctype, len(data),
-                            hashlib.sha256(data).hexdigest()))
-    walk(msg)
-    sender = '-'
-    if msg.get('From') is not None:
-        a = email.utils.parseaddr(header_text(msg['From']))[1]
-        sender = a if a else '-'
-    subj = header_text(msg.get('Subject'))
-    return {'subject': '-' if subj is None else subj, 'from': sender, 'to': addresses(msg, 'To'),
-            'cc': addresses(msg, 'Cc'), 'date': date_of(msg), 'text': digest(plain),
-            'html': digest(html)}
-
-# Python reads a delivery or read report's status part as header blocks and
-# drops its bytes; under a type of its own the part stays a file.
-RX_REPORT_PART = re.compile(rb'^(Content-Type:[ \t]*)message/(delivery-status|disposition-notification)', re.M | re.I)
-
-def read_eml(path):
-    with open(path, 'rb') as f:
-        data = RX_REPORT_PART.sub(rb'\1application/x-report-\2', RX_FROMLINE.sub(b'', f.read()))
-    msg = email.message_from_bytes(data, policy=email.policy.compat32)
-    attachments, messages = [], []
-    item = message_fields(msg, attachments, messages)
-    inner = []
-    for m in messages:
-        a, mm = [], []
-        f = message_fields(m, a, mm)
-        f['attachments'] = a
-        inner.append(f)
-    return item, attachments, inner
-
 def ical_unescape(v):
     return re.sub(r'\\([nN,;\\])', lambda m: '\n' if m.group(1) in 'nN' else m.group(1), v)
 
@@ -278,13 +160,13 @@ def read_vcf(path):
 def item_rows(store, node, folder, kind, item, attachments, inner):
     rows = [(store, node, 'item', '0', esc(folder), kind, esc(item['subject']), esc(item['from']),
              esc(item['to']), esc(item['cc']), item['date']) + item['text'] + item['html'] + ('-', '-', '-')]
-    for n, (name, ctype, size, sha) in enumerate(attachments, 1):
+    for n, (name, size, sha, ctype, _) in enumerate(attachments, 1):
         rows.append((store, node, 'attachment', str(n), '-', ctype, '-', '-', '-', '-', '-', '-', '-', '-', '-',
                      esc(name), str(size), sha))
     for n, m in enumerate(inner, 1):
         rows.append((store, node, 'message', str(n), '-', 'eml', esc(m['subject']), esc(m['from']), esc(m['to']),
                      esc(m['cc']), m['date']) + m['text'] + m['html'] + ('-', '-', '-'))
-        for k, (name, ctype, size, sha) in enumerate(m['attachments'], 1):
+        for k, (name, size, sha, ctype, _) in enumerate(m['attachments'], 1):
             rows.append((store, node, 'message_attachment', '%d.%d' % (n, k), '-', ctype, '-', '-', '-', '-', '-',
                          '-', '-', '-', '-', esc(name), str(size), sha))
     return rows
@@ -310,7 +192,8 @@ def run_rows(rdir, store):
             kind = f.rsplit('.', 1)[1]
             p = os.path.join(d, f)
             if kind == 'eml':
-                item, att, inner = read_eml(p)
+                with open(p, 'rb') as f:
+                    _, item, att, inner = read_eml(f.read(), True)
             elif kind == 'ics':
                 item, att, inner = read_ics(p), [], []
             else:

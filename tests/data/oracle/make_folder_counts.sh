@@ -9,29 +9,12 @@
 # Writes only folder_counts.tsv and a temporary directory (removed on exit).
 # Notes on what the tools skipped or disagreed on are printed to stderr.
 set -euo pipefail
-export LC_ALL=C.UTF-8 TZ=UTC
-
 here=$(cd "$(dirname "$0")" && pwd)
-testdata=${1:-${TESTDATA:-/work/shared/testdata}}
-testdata=$(cd "$testdata" && pwd)
+. "$here/oracle_common.sh"
+oracle_start folder_counts "${1:-}" pffexport readpst python3
 out="$here/folder_counts.tsv"
-
-for tool in pffexport readpst python3; do
-  command -v "$tool" >/dev/null || { echo "missing tool: $tool" >&2; exit 1; }
-done
-pffver=$(pffexport -V 2>&1 | sed -n 's/^pffexport //p' | head -n1)
-rpver=$(readpst -V 2>&1 | sed -n 's/^ReadPST \/ LibPST v//p' | head -n1)
-[ "$pffver" = 20180714 ] || echo "warning: pffexport version $pffver, reference data was made with 20180714" >&2
-[ "$rpver" = 0.6.76 ] || echo "warning: readpst version $rpver, reference data was made with 0.6.76" >&2
-
-work=$(mktemp -d "${TMPDIR:-/tmp}/folder_counts.XXXXXX")
-trap 'rm -rf "$work"' EXIT
-
-# Fixed store list: every store in these places (sorted, C collation).
-mapfile -t stores < <(
-  cd "$testdata" &&
-  { ls -1 pst/ansi/*.pst pst/unicode/*.pst ost/unicode512/*.ost ost4k/*.ost
-    echo odd/aspose_PersonalStorageFile.ost.is-pst; } | LC_ALL=C sort)
+# The stores test::AllStores() lists, and one odd file that is a store all the same.
+mapfile -t stores < <(printf '%s\n' "${stores[@]}" odd/aspose_PersonalStorageFile.ost.is-pst | LC_ALL=C sort)
 
 : > "$work/list"
 i=0

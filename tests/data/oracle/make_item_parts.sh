@@ -15,17 +15,8 @@ here=$(cd "$(dirname "$0")" && pwd)
 oracle_start item_parts "${1:-}" pffexport python3
 out="$here/item_parts.tsv"
 
-: > "$work/list"
-i=0
-for rel in "${stores[@]}"; do
-  i=$((i + 1))
-  d="$work/s$i"
-  mkdir -p "$d"
-  printf '%s\t%s\n' "$d" "$rel" >> "$work/list"
-  # Default ("items") mode and text format, without -d, as make_items.sh.
-  ( cd "$d" && pffexport -m items -f text -l pff.log -t x "$testdata/$rel" > stdout.txt 2> stderr.txt ) ||
-    { echo "pffexport failed on $rel" >&2; exit 1; }
-done
+# Default ("items") mode and text format, without -d, as make_items.sh.
+pff_each -m items -f text
 
 python3 - "$work/list" > "$work/item_parts.tsv" <<'PY'
 import hashlib, os, re, sys

@@ -14,18 +14,9 @@ here=$(cd "$(dirname "$0")" && pwd)
 oracle_start items "${1:-}" pffexport python3
 out="$here/items.tsv"
 
-: > "$work/list"
-i=0
-for rel in "${stores[@]}"; do
-  i=$((i + 1))
-  d="$work/s$i"
-  mkdir -p "$d"
-  printf '%s\t%s\n' "$d" "$rel" >> "$work/list"
-  # Default ("items") mode, without -d: -d also lists associated messages and
-  # shifts the item numbering in the log.
-  ( cd "$d" && pffexport -m items -l pff.log -t x "$testdata/$rel" > stdout.txt 2> stderr.txt ) ||
-    { echo "pffexport failed on $rel" >&2; exit 1; }
-done
+# Default ("items") mode, without -d: -d also lists associated messages and
+# shifts the item numbering in the log.
+pff_each -m items
 
 python3 - "$work/list" > "$work/items.tsv" <<'PY'
 import os, re, sys

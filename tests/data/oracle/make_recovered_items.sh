@@ -13,18 +13,9 @@ here=$(cd "$(dirname "$0")" && pwd)
 oracle_start recovered_items "${1:-}" pffexport python3
 out="$here/recovered_items.tsv"
 
-: > "$work/list"
-i=0
-for rel in "${stores[@]}"; do
-  i=$((i + 1))
-  d="$work/s$i"
-  mkdir -p "$d"
-  printf '%s\t%s\n' "$d" "$rel" >> "$work/list"
-  # -m recovered writes x.recovered (and x.orphans when there are orphans) and
-  # nothing of the allocated items; -m all writes the same two directories.
-  ( cd "$d" && pffexport -m recovered -l pff.log -t x "$testdata/$rel" > stdout.txt 2> stderr.txt ) ||
-    { echo "pffexport failed on $rel" >&2; exit 1; }
-done
+# -m recovered writes x.recovered (and x.orphans when there are orphans) and
+# nothing of the allocated items; -m all writes the same two directories.
+pff_each -m recovered
 
 python3 - "$work/list" > "$work/recovered_items.tsv" <<'PY'
 import os, re, sys

@@ -30,3 +30,18 @@ oracle_start() {
     cd "$testdata" && ls -1 pst/ansi/*.pst pst/unicode/*.pst ost/unicode512/*.ost ost4k/*.ost | LC_ALL=C sort)
   export PYTHONPATH="$here${PYTHONPATH:+:$PYTHONPATH}"
 }
+
+# Runs `pffexport ARGS... -l pff.log -t x STORE` in a folder of its own per
+# store ($work/sN) and lists each folder with its store in $work/list.
+pff_each() {
+  local i=0 rel d
+  : > "$work/list"
+  for rel in "${stores[@]}"; do
+    i=$((i + 1))
+    d="$work/s$i"
+    mkdir -p "$d"
+    printf '%s\t%s\n' "$d" "$rel" >> "$work/list"
+    ( cd "$d" && pffexport "$@" -l pff.log -t x "$testdata/$rel" > stdout.txt 2> stderr.txt ) ||
+      { echo "pffexport failed on $rel" >&2; exit 1; }
+  done
+}

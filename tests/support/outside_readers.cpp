@@ -1,47 +1,15 @@
-#include "tests/mail/mail_test_files.h"
-
+// The outside readers: GLib's checksums, Python's email package, GMime.
 #include <fcntl.h>
+#include <glib.h>
 #include <gmime/gmime.h>
-#include <unistd.h>
 
 #include <cstdio>
-#include <fstream>
-#include <iterator>
-#include <memory>
 #include <sstream>
 
 #include "mail/mime_library.h"
+#include "tests/support/test_data.h"
 
 namespace marrow::test {
-
-void ScratchDir::SetUp() {
-  const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
-  dir_ =
-      std::filesystem::temp_directory_path() / ("marrow-test-" + std::to_string(::getpid()) + "-" +
-                                                info->test_suite_name() + "-" + info->name());
-  std::filesystem::remove_all(dir_);
-  std::filesystem::create_directories(dir_);
-}
-
-void ScratchDir::TearDown() {
-  std::filesystem::remove_all(dir_);
-}
-
-std::string ScratchDir::Write(const std::string& name, std::string_view bytes) const {
-  const std::string path = Path(name);
-  std::ofstream(path, std::ios::binary)
-      .write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-  return path;
-}
-
-std::string MailFixture(const std::string& name) {
-  return std::string(MARROW_SOURCE_DIR) + "/tests/mail/data/" + name;
-}
-
-std::string ReadText(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
 
 std::string Hex(const std::string& bytes) {
   static const char kDigits[] = "0123456789abcdef";
@@ -50,6 +18,14 @@ std::string Hex(const std::string& bytes) {
     out.push_back(kDigits[c >> 4]);
     out.push_back(kDigits[c & 15]);
   }
+  return out;
+}
+
+std::string FileSha256(const std::string& path) {
+  const Buf bytes = ReadFile<Buf>(path);
+  gchar* hex = g_compute_checksum_for_data(G_CHECKSUM_SHA256, bytes.data(), bytes.size());
+  const std::string out = hex;
+  g_free(hex);
   return out;
 }
 
