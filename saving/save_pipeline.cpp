@@ -28,8 +28,6 @@ std::vector<std::string> DistinctFolders(const std::vector<ChosenItem>& items) {
 SavePipeline::SavePipeline(StoreReader& reader, TreeSink& tree, TreeItem storeItem, const ProfileStore& profile)
     : reader_(reader), tree_(tree), storeItem_(storeItem), profile_(profile) {}
 
-SavePipeline::~SavePipeline() = default;
-
 void SavePipeline::SetConversion(ItemConversion convert) { convert_ = std::move(convert); }
 
 bool SavePipeline::IsCancelled() { return reader_.Cancelled(); }

@@ -66,7 +66,6 @@ struct SaveRunState {
 class SavePipeline {
  public:
   SavePipeline(StoreReader& reader, TreeSink& tree, TreeItem storeItem, const ProfileStore& profile);
-  ~SavePipeline();
 
   void SetConversion(ItemConversion convert);
   // A writer of the caller's for the runs that follow, in place of the one
