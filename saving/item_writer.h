@@ -12,9 +12,9 @@ namespace marrow {
 
 // One item as the item reader gives it to a save.
 struct ConvertedItem {
-  std::string emlPath;   // the item's MIME file; empty when none was made
-  std::string fromText;  // the sender as the item list shows it
-  EngineItem header;     // the header lines: type, subject, class, time, flags, rows
+  std::string emlPath;           // the item's MIME file; empty when none was made
+  std::string fromText;          // the sender as the item list shows it
+  EngineItem header;             // the header lines: type, subject, class, time, flags, rows
   std::string propertyDumpPath;  // empty unless the writer wants the dump
 };
 
@@ -25,8 +25,8 @@ struct ItemWants {
 
 // Where an item goes.
 struct ItemPlace {
-  std::string folderPath;  // the folder's full output path, "/" at its end
-  std::string relFolder;   // the same below the destination
+  std::string folderPath;    // the folder's full output path, "/" at its end
+  std::string relFolder;     // the same below the destination
   std::uint32_t number = 0;  // from 1 in each folder; a failed item leaves a gap
 };
 
@@ -37,7 +37,8 @@ class ItemWriter {
   // The folder's directory exists; `folderName` is its own label. A folder
   // lasts until the next BeginFolder or EndRun. False, with `failure` set,
   // ends the walk.
-  virtual bool BeginFolder(const std::string& folderPath, const std::string& folderName, std::string& failure) = 0;
+  virtual bool BeginFolder(const std::string& folderPath, const std::string& folderName,
+                           std::string& failure) = 0;
   // True when the item became an output.
   virtual bool WriteItem(const ConvertedItem& item, const ItemPlace& place) = 0;
   virtual void EndRun() {}

@@ -18,21 +18,29 @@ namespace fs = std::filesystem;
 std::vector<std::string> DistinctFolders(const std::vector<ChosenItem>& items) {
   std::vector<std::string> folders;
   for (const ChosenItem& item : items) {
-    if (std::find(folders.begin(), folders.end(), item.folderPath) == folders.end()) folders.push_back(item.folderPath);
+    if (std::find(folders.begin(), folders.end(), item.folderPath) == folders.end())
+      folders.push_back(item.folderPath);
   }
   return folders;
 }
 
 }  // namespace
 
-SavePipeline::SavePipeline(StoreReader& reader, TreeSink& tree, TreeItem storeItem, const ProfileStore& profile)
+SavePipeline::SavePipeline(StoreReader& reader, TreeSink& tree, TreeItem storeItem,
+                           const ProfileStore& profile)
     : reader_(reader), tree_(tree), storeItem_(storeItem), profile_(profile) {}
 
-void SavePipeline::SetConversion(ItemConversion convert) { convert_ = std::move(convert); }
+void SavePipeline::SetConversion(ItemConversion convert) {
+  convert_ = std::move(convert);
+}
 
-bool SavePipeline::IsCancelled() { return reader_.Cancelled(); }
+bool SavePipeline::IsCancelled() {
+  return reader_.Cancelled();
+}
 
-bool SavePipeline::HasCheckedFolder() { return marrow::HasCheckedFolder(tree_, storeItem_, reader_.sourcePath); }
+bool SavePipeline::HasCheckedFolder() {
+  return marrow::HasCheckedFolder(tree_, storeItem_, reader_.sourcePath);
+}
 
 SaveEnd SavePipeline::SaveStore(const SaveOptions& options) {
   filter_ = &options.filter;
@@ -40,20 +48,22 @@ SaveEnd SavePipeline::SaveStore(const SaveOptions& options) {
   const OutputRoute route = RouteOf(options.kind);
   std::string destination = options.destinationPath;
   if (!destination.empty() && destination.back() != '/') destination += '/';
-  if (options.kind != kOutputServer && !route.singleStore) destination = StoreOutputFolder(destination, reader_.sourcePath);
+  if (options.kind != kOutputServer && !route.singleStore)
+    destination = StoreOutputFolder(destination, reader_.sourcePath);
   run_.outputKind = options.kind;
   run_.saveAsCode = route.saveAsCode;
-  if (options.kind == kOutputPrint) {  // the pipeline has no branch for printing: nothing is written
+  if (options.kind ==
+      kOutputPrint) {  // the pipeline has no branch for printing: nothing is written
     ResetRun();
     return EndOfRun();
   }
-  RunSave(route.usesEngine, route.singleStore, !options.hierarchyWithoutRoot, destination, 0, options.splitIndex,
-          options.storePrefix);
+  RunSave(route.usesEngine, route.singleStore, !options.hierarchyWithoutRoot, destination, 0,
+          options.splitIndex, options.storePrefix);
   return EndOfRun();
 }
 
-SaveEnd SavePipeline::SaveChosenItems(const std::vector<ChosenItem>& items, const std::string& destination,
-                                      OutputKind kind) {
+SaveEnd SavePipeline::SaveChosenItems(const std::vector<ChosenItem>& items,
+                                      const std::string& destination, OutputKind kind) {
   filter_ = &noFilter_;
   chosen_ = &items;
   run_.outputKind = kind;
@@ -89,8 +99,8 @@ SaveEnd SavePipeline::EndOfRun() {
 }
 
 void SavePipeline::RunSave(bool usesEngine, bool singleStore, bool skipTopFolderChoice,
-                           const std::string& destinationPath, std::uint32_t oeParentFolderId, int splitIndex,
-                           const std::string& storePrefix) {
+                           const std::string& destinationPath, std::uint32_t oeParentFolderId,
+                           int splitIndex, const std::string& storePrefix) {
   ResetRun();
   const OutputKind kind = run_.outputKind;
   run_.targetMode = kind == kOutputServer ? 4 : 0;
@@ -98,7 +108,8 @@ void SavePipeline::RunSave(bool usesEngine, bool singleStore, bool skipTopFolder
   run_.singleStore = singleStore;
   run_.skipTopFolderChoice = skipTopFolderChoice;
   run_.destinationPath = destinationPath;
-  if (!run_.destinationPath.empty() && run_.destinationPath.back() != '/') run_.destinationPath += '/';
+  if (!run_.destinationPath.empty() && run_.destinationPath.back() != '/')
+    run_.destinationPath += '/';
   run_.oeParentFolderId = oeParentFolderId;
   run_.splitIndex = splitIndex;
   run_.storePrefix = storePrefix;
@@ -139,7 +150,8 @@ bool SavePipeline::PrepareFolderOutput(const std::string& relPath, const std::st
   const std::string full = run_.destinationPath + relPath;
   if (OutputPathTooLong(full)) {
     failure_ =
-        "The provided path is too long to create\nPlease provide different destination path\n" + run_.destinationPath;
+        "The provided path is too long to create\nPlease provide different destination path\n" +
+        run_.destinationPath;
     return false;
   }
   std::error_code ec;
@@ -157,7 +169,9 @@ void SavePipeline::WalkCheckedFolders() {
   for (std::size_t i = 0; i < reader_.folders.size(); ++i) {
     if (IsCancelled()) return;
     const FolderRecord& folder = reader_.folders[i];
-    if (folder.treeItem == kNoTreeItem || folder.treeItem == storeItem_ || !tree_.IsChecked(folder.treeItem)) continue;
+    if (folder.treeItem == kNoTreeItem || folder.treeItem == storeItem_ ||
+        !tree_.IsChecked(folder.treeItem))
+      continue;
     const std::string label = tree_.Text(folder.treeItem);
     if (!FolderAllowed(filter_, label)) continue;
     const std::string relPath = RelativePath(folder.treeItem);
@@ -196,10 +210,13 @@ void SavePipeline::WalkFolderItems(std::size_t folderRow) {
 
 void SavePipeline::SaveOneItem(const FolderItem& item) {
   if (IsCancelled() || !convert_ || writer_ == nullptr) return;
-  if ((run_.saveDeletedMode == 2 && item.isLost) || (run_.saveDeletedMode == 3 && !item.isLost)) return;
+  if ((run_.saveDeletedMode == 2 && item.isLost) || (run_.saveDeletedMode == 3 && !item.isLost))
+    return;
   const ConvertedItem converted = convert_(item, filter_, writer_->Wants());
   // Filtered, or nothing to show for it: never counted.
-  if (converted.fromText.empty() && converted.header.subject.empty() && converted.header.deliveryTime == 0) return;
+  if (converted.fromText.empty() && converted.header.subject.empty() &&
+      converted.header.deliveryTime == 0)
+    return;
   if (converted.emlPath.empty()) return;
   const bool chosenRun = chosen_ != nullptr;
   if (chosenRun) ++run_.selectedDone;
@@ -215,14 +232,17 @@ void SavePipeline::SaveOneItem(const FolderItem& item) {
     // Items past the folder's own count: told apart by the text alone.
     std::snprintf(text, sizeof text, "Saving Deleted Item(s) %u ", run_.fileIndex);
   }
-  reader_.Sink().SetStatusLine(std::string(text) + "  " + (chosenRun ? run_.currentRelFolder : converted.header.subject));
+  reader_.Sink().SetStatusLine(std::string(text) + "  " +
+                               (chosenRun ? run_.currentRelFolder : converted.header.subject));
   WriteItem(converted);
 }
 
 void SavePipeline::WriteItem(const ConvertedItem& item) {
   std::error_code ec;
-  if (!fs::exists(item.emlPath, ec)) return;  // the number stays used: a gap tells which item failed
-  const ItemPlace place{run_.destinationPath + run_.currentRelFolder, run_.currentRelFolder, run_.fileIndex};
+  if (!fs::exists(item.emlPath, ec))
+    return;  // the number stays used: a gap tells which item failed
+  const ItemPlace place{run_.destinationPath + run_.currentRelFolder, run_.currentRelFolder,
+                        run_.fileIndex};
   if (writer_->WriteItem(item, place)) ++itemsWritten_;
 }
 

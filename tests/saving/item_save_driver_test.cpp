@@ -32,7 +32,8 @@ TEST(ItemSaveDriver, GivesTheFinishedMimeFileHeaderLinesAndTheDumpWhenWanted) {
   auto first = [&](const std::string& folder) {
     for (const FolderRecord& f : reader.folders) {
       std::vector<FolderItem> items;
-      if (f.name == folder) ForEachFolderItem(reader, f.nodeId, 1, [&](const FolderItem& i) { items.push_back(i); });
+      if (f.name == folder)
+        ForEachFolderItem(reader, f.nodeId, 1, [&](const FolderItem& i) { items.push_back(i); });
       if (!items.empty()) return items.front();
     }
     return FolderItem{};
@@ -53,7 +54,8 @@ TEST(ItemSaveDriver, GivesTheFinishedMimeFileHeaderLinesAndTheDumpWhenWanted) {
     const ConvertedItem appointment = driver.Convert(first("Calendar"), &none, ItemWants{true});
     EXPECT_EQ(appointment.header.typeText, "CALENDER");
     EXPECT_NE(appointment.header.itemText.find("<ITEM>START TIME : "), std::string::npos);
-    EXPECT_NE(text(appointment.emlPath).find("ExtraInformation.txt"), std::string::npos) << "rebuilt from its rows";
+    EXPECT_NE(text(appointment.emlPath).find("ExtraInformation.txt"), std::string::npos)
+        << "rebuilt from its rows";
     ASSERT_FALSE(appointment.propertyDumpPath.empty());
     EXPECT_GT(fs::file_size(appointment.propertyDumpPath), 0u);
 
