@@ -14,6 +14,7 @@
 #include "cli/recovered_source.h"
 #include "saving/save_filter.h"
 #include "saving/item_save_driver.h"
+#include "saving/save_all_stores.h"
 #include "saving/save_pipeline.h"
 #include "store/temp_file.h"
 

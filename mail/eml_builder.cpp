@@ -9,7 +9,7 @@
 #include <thread>
 #include <vector>
 
-#include "content/item_render.h"
+#include "content/item_markup.h"
 #include "content/property_values.h"
 #include "text/charset_convert.h"
 #include "mail/ck_email.h"

@@ -5,6 +5,7 @@
 
 #include "mail/eml_builder.h"
 #include "content/item_render.h"
+#include "content/multi_values.h"
 #include "content/property_values.h"
 #include "mail/ck_email.h"
 #include "mail/file_bytes.h"

@@ -2,8 +2,9 @@
 
 #include <filesystem>
 
-#include "mail/eml_builder.h"
+#include "content/engine_files.h"
 #include "content/property_values.h"
+#include "mail/eml_builder.h"
 #include "saving/save_filter.h"
 #include "store/store_reader.h"
 
@@ -20,11 +21,12 @@ ItemSaveDriver::~ItemSaveDriver() {
 }
 
 void ItemSaveDriver::Attach(SavePipeline& pipeline) {
-  pipeline.SetConversion([this](const FolderItem& item, const SaveFilter* filter) { return Convert(item, filter); },
-                         [this](const ConvertedItem& item) { RebuildNonMail(item); });
+  pipeline.SetConversion([this](const FolderItem& item, const SaveFilter* filter,
+                                const ItemWants& wants) { return Convert(item, filter, wants); });
 }
 
-ConvertedItem ItemSaveDriver::Convert(const FolderItem& item, const SaveFilter* filter) {
+ConvertedItem ItemSaveDriver::Convert(const FolderItem& item, const SaveFilter* filter,
+                                      const ItemWants& wants) {
   ConvertedItem out;
   items_.ClearItemFolder();
   SubnodeLists subnodes;
@@ -35,29 +37,45 @@ ConvertedItem ItemSaveDriver::Convert(const FolderItem& item, const SaveFilter* 
   options.store = &reader_;
   options.directSave = true;
   options.filter = [filter](const ItemResult& r) {
-    return ItemAllowed(filter, r.fromText, r.toText, r.subject, FiletimeToUnixSeconds(r.deliveryTime), r.messageClass);
+    return ItemAllowed(filter, r.fromText, r.toText, r.subject,
+                       FiletimeToUnixSeconds(r.deliveryTime), r.messageClass);
   };
-  last_ = ItemResult();
-  out.emlPath = ConvertItem(items_, bag, subnodes, options, last_);
-  out.type = last_.typeText;
-  out.fromText = last_.fromText;
-  out.subject = last_.subject;
-  out.deliveryTime = last_.deliveryTime;
+  ItemResult result;
+  out.emlPath = ConvertItem(items_, bag, subnodes, options, result);
+  // Mail keeps the file the converter wrote; the other kinds show their rows.
+  if (!out.emlPath.empty() && result.typeText != "EMAIL") {
+    const std::string rebuilt = RebuildNonMail(result);
+    if (!rebuilt.empty()) out.emlPath = rebuilt;
+  }
+  out.fromText = result.fromText;
+  EngineItem& header = out.header;
+  header.typeText = result.typeText;
+  header.rtfPath = result.rtfPath;
+  header.deliveryTime = static_cast<std::int64_t>(result.deliveryTime);
+  header.messageClass = result.messageClass;
+  header.subject = result.subject;
+  header.messageFlags = result.messageFlags;
+  header.iconIndex = result.iconIndex;
+  header.importance = result.importance;
+  header.categories = result.categories;
+  header.itemText = result.itemText;
+  if (wants.propertyDump && !out.emlPath.empty()) {
+    const std::string dump = (fs::path(itemFolder_) / kPropertyDumpFileName).string();
+    if (WritePropertyDump(bag, reader_.namedProperties, dump)) out.propertyDumpPath = dump;
+  }
   return out;
 }
 
-void ItemSaveDriver::RebuildNonMail(const ConvertedItem& item) {
+std::string ItemSaveDriver::RebuildNonMail(const ItemResult& result) {
   ItemEmlParts parts;
-  parts.itemText = last_.itemText;
-  parts.typeText = last_.typeText;
-  parts.subject = last_.subject;
-  parts.deliveryTime = last_.deliveryTime;
-  parts.plainBody = last_.plainBody;
-  parts.fromText = last_.fromText;
-  parts.toText = last_.toText;
-  const std::string rebuilt = BuildItemEml(itemFolder_, parts, last_.attachments);
-  std::error_code ec;
-  if (!rebuilt.empty()) fs::copy_file(rebuilt, item.emlPath, fs::copy_options::overwrite_existing, ec);
+  parts.itemText = result.itemText;
+  parts.typeText = result.typeText;
+  parts.subject = result.subject;
+  parts.deliveryTime = result.deliveryTime;
+  parts.plainBody = result.plainBody;
+  parts.fromText = result.fromText;
+  parts.toText = result.toText;
+  return BuildItemEml(itemFolder_, parts, result.attachments);
 }
 
 }  // namespace marrow

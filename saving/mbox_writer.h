@@ -5,14 +5,16 @@
 #include <cstdio>
 #include <string>
 
+#include "saving/item_writer.h"
+
 namespace marrow {
 
-class MboxWriter {
+class MboxWriter final : public ItemWriter {
  public:
   static constexpr const char* kSeparator = "From MAILER-DAEMON Fri Jul  8 12:08:34 2011\n";
 
   MboxWriter() = default;
-  ~MboxWriter() { Close(); }
+  ~MboxWriter() override { Close(); }
   MboxWriter(const MboxWriter&) = delete;
   MboxWriter& operator=(const MboxWriter&) = delete;
 
@@ -23,6 +25,12 @@ class MboxWriter {
 
   // Appends one message file; a file that cannot be read adds nothing.
   void AppendToMbox(const std::string& emlPath);
+
+  // The folder's file is "<folderName>.MBOX" inside its directory.
+  bool BeginFolder(const std::string& folderPath, const std::string& folderName,
+                   std::string& failure) override;
+  bool WriteItem(const ConvertedItem& item, const ItemPlace& place) override;
+  void EndRun() override { Close(); }
 
  private:
   void WriteAtEnd(const void* data, std::size_t size);

@@ -1,14 +1,16 @@
 // The save of one store: checked folders walked in folder-list order, each
-// given its relative path and its output, each item converted and written
-// under a number of its folder.
+// given its relative path and its output, each item converted and handed to
+// the output's writer under a number of its folder.
 #pragma once
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
-#include "saving/mbox_writer.h"
+#include "saving/item_writer.h"
+#include "saving/output_route.h"
 #include "saving/profile_store.h"
 #include "saving/save_options.h"
 #include "store/folder_items.h"
@@ -19,20 +21,11 @@ namespace marrow {
 
 class StoreReader;
 
-// What the item reader gives back for one item of a save.
-struct ConvertedItem {
-  std::string emlPath;  // empty when no file was made
-  std::string type;     // "EMAIL", "JOURNAL", "TASK", "CALENDER", "CONTACT"
-  std::string fromText;
-  std::string subject;
-  std::uint64_t deliveryTime = 0;
-};
-
-// Converts one item to a MIME file; the filter of the run is the caller's
-// to apply (a refused item comes back with no sender, subject or time).
-using ItemConversion = std::function<ConvertedItem(const FolderItem& item, const SaveFilter* filter)>;
-// Rebuilds the MIME file of a non-mail item in place, before it is written.
-using NonMailRebuild = std::function<void(const ConvertedItem& item)>;
+// Converts one item to its MIME file and header lines (and what `wants`
+// asks for besides); the filter of the run is the caller's to apply (a
+// refused item comes back with no sender, subject or time).
+using ItemConversion = std::function<ConvertedItem(const FolderItem& item, const SaveFilter* filter,
+                                                   const ItemWants& wants)>;
 
 // The end of a store's run, for the caller to show.
 struct SaveEnd {
@@ -50,15 +43,6 @@ struct ChosenItem {
   std::uint64_t nodeId = 0;
   std::uint64_t subnodeBlock = 0;
 };
-
-// How a kind of output is written: through the engine, into one store, and
-// the format code the engine is given.
-struct OutputRoute {
-  bool usesEngine = false;
-  bool singleStore = false;
-  std::uint32_t saveAsCode = 3;
-};
-OutputRoute RouteOf(OutputKind kind);
 
 // The state of one run, reset at its start.
 struct SaveRunState {
@@ -81,32 +65,39 @@ struct SaveRunState {
 
 class SavePipeline {
  public:
-  SavePipeline(StoreReader& reader, TreeSink& tree, TreeItem storeItem, const ProfileStore& profile);
+  SavePipeline(StoreReader& reader, TreeSink& tree, TreeItem storeItem,
+               const ProfileStore& profile);
 
-  void SetConversion(ItemConversion convert, NonMailRebuild rebuild = {});
+  void SetConversion(ItemConversion convert);
+  // A writer of the caller's for the runs that follow, in place of the one
+  // the route table gives; nullptr goes back to the route's. Not owned.
+  void UseWriter(ItemWriter* writer) { givenWriter_ = writer; }
 
   // Saves the store's checked folders under `options.destinationPath`, in a
   // folder named after the source file (numbered when that name is taken).
   SaveEnd SaveStore(const SaveOptions& options);
   // Saves items chosen in a list, each under `destination` and its folder
   // path, numbered per folder in the order chosen. No filter applies.
-  SaveEnd SaveChosenItems(const std::vector<ChosenItem>& items, const std::string& destination, OutputKind kind);
+  SaveEnd SaveChosenItems(const std::vector<ChosenItem>& items, const std::string& destination,
+                          OutputKind kind);
 
   // --- Steps, public for the GUI and the tests ----------------------------
-  // One run to `destinationPath`, by the route the pair names.
-  void RunSave(bool usesEngine, bool singleStore, bool skipTopFolderChoice, const std::string& destinationPath,
-               std::uint32_t oeParentFolderId, int splitIndex, const std::string& storePrefix);
+  // One run to `destinationPath`, by the route the pair names and the writer
+  // of the run's output kind.
+  void RunSave(bool usesEngine, bool singleStore, bool skipTopFolderChoice,
+               const std::string& destinationPath, std::uint32_t oeParentFolderId, int splitIndex,
+               const std::string& storePrefix);
   // The folder's path below the store, top folders left out, "/" after each name.
   std::string RelativePath(TreeItem folder, std::vector<std::string>* names = nullptr) const;
-  // Makes the folder's output directory (and, for MBOX, its file).
+  // Makes the folder's output directory and opens it in the writer.
   bool PrepareFolderOutput(const std::string& relPath, const std::string& folderName);
   void WalkCheckedFolders();
   void WalkChosenItems();
   void WalkFolderItems(std::size_t folderRow);
   void SaveOneItem(const FolderItem& item);
-  void SaveFromEml(const ConvertedItem& item);
   bool IsCancelled();
-  // Whether the store has a checked folder to save (see HasCheckedFolder below).
+  // Whether the store has a checked folder to save (see HasCheckedFolder in
+  // save_all_stores.h).
   bool HasCheckedFolder();
 
   const SaveRunState& Run() const { return run_; }
@@ -117,13 +108,13 @@ class SavePipeline {
  private:
   void ResetRun();
   SaveEnd EndOfRun();
+  void WriteItem(const ConvertedItem& item);
 
   StoreReader& reader_;
   TreeSink& tree_;
   TreeItem storeItem_;
   const ProfileStore& profile_;
   ItemConversion convert_;
-  NonMailRebuild rebuild_;
 
   SaveFilter noFilter_;
   const SaveFilter* filter_ = &noFilter_;
@@ -132,29 +123,9 @@ class SavePipeline {
   std::uint32_t itemsWritten_ = 0;
   bool walkFailed_ = false;
   std::string failure_;
-  MboxWriter mbox_;
+  ItemWriter* givenWriter_ = nullptr;
+  std::unique_ptr<ItemWriter> routeWriter_;
+  ItemWriter* writer_ = nullptr;  // the run's; none outside a run
 };
-
-// Whether the store has a folder to save: a checked folder anywhere below
-// it, or the store's own item checked when its text is not the store's path.
-bool HasCheckedFolder(TreeSink& tree, TreeItem storeItem, const std::string& storePath);
-
-// The end of a run over all stores.
-struct SaveAllEnd {
-  bool cancelled = false;
-  std::vector<SaveEnd> stores;  // one per store saved, in order
-  std::string text;             // what the run ends with; "" when the caller shows the location
-};
-
-// Saves every store that has a checked folder, in list order, then each
-// store still to be scanned (`pendingPaths`, checked rows not yet read):
-// `scanPending` scans it and gives its pipeline, or nullptr. Stops on cancel.
-SaveAllEnd SaveAllStores(const std::vector<SavePipeline*>& stores, const SaveOptions& options,
-                         const std::vector<std::string>& pendingPaths = {},
-                         const std::function<SavePipeline*(const std::string& path)>& scanPending = {});
-
-// A folder or file name made safe for one path component: the characters a
-// file name cannot hold become "_", and "." or ".." become "_".
-std::string SafePathComponent(const std::string& name);
 
 }  // namespace marrow

@@ -4,7 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include "content/item_markup.h"
 #include "content/item_render.h"
+#include "content/multi_values.h"
 #include "store/byte_sink.h"
 #include "tests/support/test_data.h"
 #include "tests/support/heap_builder.h"

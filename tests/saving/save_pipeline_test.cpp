@@ -8,6 +8,8 @@
 
 #include <gtest/gtest.h>
 
+#include "saving/mbox_writer.h"
+#include "saving/save_all_stores.h"
 #include "saving/save_pipeline.h"
 #include "store/memory_tree.h"
 #include "store/start_scan.h"
@@ -66,14 +68,14 @@ class SaveWalk : public ::testing::Test {
   // A stand-in for the item reader: one small message per item, its subject
   // the node id; `failOn` gives no file for that node.
   ItemConversion FakeConversion(std::uint64_t failOn = 0) {
-    return [this, failOn](const FolderItem& item, const SaveFilter*) {
+    return [this, failOn](const FolderItem& item, const SaveFilter*, const ItemWants&) {
       ConvertedItem c;
-      c.type = "EMAIL";
-      c.subject = std::to_string(item.nodeId);
+      c.header.typeText = "EMAIL";
+      c.header.subject = std::to_string(item.nodeId);
       c.fromText = item.isLost ? "lost" : "live";
-      c.emlPath = (dir_ / (c.subject + ".src")).string();
+      c.emlPath = (dir_ / (c.header.subject + ".src")).string();
       if (item.nodeId != failOn)
-        std::ofstream(c.emlPath) << "Subject: " << c.subject << "\r\n\r\nbody\r\n";
+        std::ofstream(c.emlPath) << "Subject: " << c.header.subject << "\r\n\r\nbody\r\n";
       return c;
     };
   }
@@ -177,6 +179,61 @@ TEST_F(SaveWalk, HostileFolderNamesStayInsideTheDestination) {
   EXPECT_EQ(Names(dir_), std::set<std::string>{"out"});
 }
 
+// The writer seam: a writer receives each saved folder, then its items in
+// walk order, numbered from 1 with the failed item's number left unused,
+// and is asked once per item what it wants besides the MIME file.
+TEST_F(SaveWalk, AWriterReceivesTheFoldersAndNumberedItemsOfTheWalk) {
+  StoreReader reader;
+  MemoryTree tree;
+  const TreeItem root = Recover(reader, tree);
+  tree.SetCheckedBelow(root, false);
+  for (const FolderRecord& f : reader.folders) {
+    if (f.name == "sub1" || f.name == "sub2") tree.SetChecked(f.treeItem, true);
+  }
+  struct Recorder : ItemWriter {
+    std::vector<std::string> events;
+    ItemWants Wants() const override { return {true}; }
+    bool BeginFolder(const std::string& path, const std::string& name, std::string&) override {
+      events.push_back("begin " + path + " " + name);
+      return true;
+    }
+    bool WriteItem(const ConvertedItem& item, const ItemPlace& place) override {
+      events.push_back(place.relFolder + std::to_string(place.number) + " " + item.header.subject);
+      return place.folderPath.ends_with(place.relFolder);
+    }
+    void EndRun() override { events.push_back("end"); }
+  } writer;
+  MemoryProfile profile;
+  SavePipeline pipeline(reader, tree, root, profile);
+  const std::uint64_t failOn = ItemsOf(reader, "sub1").at(1).nodeId;
+  const ItemConversion fake = FakeConversion(failOn);
+  int wanted = 0;
+  pipeline.SetConversion([&](const FolderItem& item, const SaveFilter* filter, const ItemWants& wants) {
+    wanted += wants.propertyDump;
+    return fake(item, filter, wants);
+  });
+  pipeline.UseWriter(&writer);
+  const SaveEnd end = pipeline.SaveStore(Options(kOutputEml));
+  ASSERT_FALSE(end.failed) << end.message;
+
+  std::vector<std::string> expected;
+  std::size_t items = 0;
+  for (const auto& [name, rel] : {std::pair{"sub1", "Inbox/sub1/"}, {"sub2", "Inbox/sub2/"}}) {
+    expected.push_back("begin " + end.destination + rel + " " + name);
+    std::uint32_t number = 0;
+    for (const FolderItem& item : ItemsOf(reader, name)) {
+      ++number;
+      ++items;
+      if (item.nodeId != failOn) expected.push_back(rel + std::to_string(number) + " " + std::to_string(item.nodeId));
+    }
+  }
+  expected.push_back("end");
+  EXPECT_EQ(writer.events, expected);
+  EXPECT_EQ(end.itemsWritten, items - 1);
+  EXPECT_EQ(wanted, static_cast<int>(items));
+  EXPECT_TRUE(Names(dir_ / "out/Sample.ost/Inbox").count("sub1")) << "the folders are made for the writer";
+}
+
 // Items chosen in a list: numbered per folder in the order chosen, under the
 // destination itself, with no filter and no lost-item text.
 TEST_F(SaveWalk, ChosenItemsNumberedPerFolderInTheOrderChosen) {
@@ -193,10 +250,10 @@ TEST_F(SaveWalk, ChosenItemsNumberedPerFolderInTheOrderChosen) {
   SavePipeline pipeline(reader, tree, root, profile);
   std::vector<std::uint64_t> order;
   const ItemConversion fake = FakeConversion();
-  pipeline.SetConversion([&](const FolderItem& item, const SaveFilter* filter) {
+  pipeline.SetConversion([&](const FolderItem& item, const SaveFilter* filter, const ItemWants& wants) {
     EXPECT_EQ(filter->subjectInclude, kFilterOff) << "no filter in a run over chosen items";
     order.push_back(item.nodeId);
-    return fake(item, filter);
+    return fake(item, filter, wants);
   });
   const SaveEnd end =
       pipeline.SaveChosenItems({chosen("Inbox/sub1/", sub1[1]), chosen("Inbox/", inbox[0]),
