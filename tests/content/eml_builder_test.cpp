@@ -119,12 +119,12 @@ TEST_F(EmlBuilder, SenderFromTheItemWhenTheHeadersGiveNoneOrADistinguishedName) 
 }
 
 TEST_F(EmlBuilder, AttachmentsCarryTheirHeadersAndMessagesGoAsMessages) {
-  AttachmentLists files;
-  files.Add(Write("a file.txt", "first"), "a file.txt", "", "text/plain");
-  files.Add(Write("x.bin", "second"), "report 2024.pdf", "cid-7@example.org", "application/pdf");
-  files.Add(Write("inner.eml", "Subject: inner\r\nFrom: a@b.org\r\n\r\nhi\r\n"), "inner.eml", "",
-            "message/rfc822");
-  files.Add(Write("plain", "third"), "no type", "", "");
+  AttachmentFiles files;
+  files.push_back({Write("a file.txt", "first"), "a file.txt", "", "text/plain"});
+  files.push_back({Write("x.bin", "second"), "report 2024.pdf", "cid-7@example.org", "application/pdf"});
+  files.push_back({Write("inner.eml", "Subject: inner\r\nFrom: a@b.org\r\n\r\nhi\r\n"), "inner.eml", "",
+                   "message/rfc822"});
+  files.push_back({Write("plain", "third"), "no type", "", ""});
   EmlParts parts;
   parts.subject = "with files";
   parts.bodyPath = Write("body.txt", "body");
@@ -149,10 +149,10 @@ TEST_F(EmlBuilder, AttachmentsCarryTheirHeadersAndMessagesGoAsMessages) {
 
   // A file that cannot be added still takes its index: the part after the gap
   // looks for its headers one index too far and keeps the name of its file.
-  AttachmentLists gap;
-  gap.Add(Write("one.txt", "1"), "one.txt", "", "text/plain");
-  gap.Add(Path("gone.bin"), "gone.bin", "", "image/png");
-  gap.Add(Write("3.tmp", "3"), "three.txt", "cid-3", "text/plain");
+  AttachmentFiles gap;
+  gap.push_back({Write("one.txt", "1"), "one.txt", "", "text/plain"});
+  gap.push_back({Path("gone.bin"), "gone.bin", "", "image/png"});
+  gap.push_back({Write("3.tmp", "3"), "three.txt", "cid-3", "text/plain"});
   const std::string gapped = BuildEml(Item(), {}, gap);
   ASSERT_TRUE(email.LoadEml(gapped));
   ASSERT_EQ(email.NumAttachments(), 2);
@@ -241,8 +241,8 @@ TEST_F(EmlBuilder, NonAsciiSubjectAndBodiesComeOutInOneCharset) {
 }
 
 TEST_F(EmlBuilder, ItemsThatAreNotMailShowTheirRowsOrTheirBody) {
-  AttachmentLists files;
-  files.Add(Write("agenda.txt", "agenda"), "agenda.txt", "", "text/plain");
+  AttachmentFiles files;
+  files.push_back({Write("agenda.txt", "agenda"), "agenda.txt", "", "text/plain"});
   ItemEmlParts parts;
   parts.itemText =
       "<ITEM>Location : Hall <A></ITEM>\r\n<ITEM>END TIME : 133500000000000000</ITEM>\r\n";
@@ -361,9 +361,9 @@ TEST_F(EmlBuilder, EveryMessageOfSampleStoresConvertsToMailBothReadersTake) {
       // Trailing blanks of a field value are not part of it for either reader.
       std::string subject = GetString(bag, 0x0037, true);
       subject.erase(subject.find_last_not_of(" \t") + 1);
-      const auto& tags = result.attachments.mimeTags;
-      const int messagesIn =
-          static_cast<int>(std::count(tags.begin(), tags.end(), "message/rfc822"));
+      const int messagesIn = static_cast<int>(
+          std::count_if(result.attachments.begin(), result.attachments.end(),
+                        [](const AttachmentFile& f) { return f.mimeTag == "message/rfc822"; }));
       CkEmail email;
       ASSERT_TRUE(email.LoadEml(path));
       if (!subject.empty()) {
