@@ -60,7 +60,7 @@ int main(int argc, char** argv) {
   std::printf("scanned %s: %.0f MiB in %.2f s = %.1f MiB/s; peak memory %.1f MiB; "
               "rows: %u folder, %u message; blocks: %u\n",
               path.c_str(), mb, seconds, mb / seconds, usage.ru_maxrss / 1024.0,
-              scan.folders.nodeId.RecordCount(), scan.messages.nodeId.RecordCount(),
+              scan.folders.RecordCount(), scan.messages.RecordCount(),
               scan.blockIds.RecordCount());
 
   // Deep look-ups after the scan: a pass over the three block lists is what

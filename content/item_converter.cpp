@@ -100,7 +100,7 @@ std::string Convert(ItemReader& items, const PropertyBag& bag, const SubnodeList
   }
 
   static const NameMap kNoNames;
-  const NameMap& names = options.store ? options.store->namedProperties : kNoNames;
+  const NameMap& names = options.store ? options.store->NamedProperties() : kNoNames;
   result.kind = ClassifyItem(header.messageClass);
   result.typeText = ItemTypeText(result.kind);
   result.deliveryTime = header.deliveryTime;

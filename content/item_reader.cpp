@@ -340,7 +340,7 @@ bool ItemReader::ReadItemRow(std::uint64_t dataBlock, std::uint64_t nodeId, std:
                              ItemRow& row) {
   VisitedSet visited;
   std::uint64_t offset = 0, size = 0;
-  if (!reader_.FindBlock(reader_.blockRootOffset, dataBlock, offset, size, visited)) return false;
+  if (!reader_.FindBlock(reader_.BlockRoot(), dataBlock, offset, size, visited)) return false;
   if (size > kMaxBlockSize || offset >= reader_.FileSize()) return false;
   std::vector<std::uint8_t> block = reader_.ReadAt(offset, size);
   std::vector<HeapSegment> segments;

@@ -7,6 +7,7 @@
 
 #include "saving/save_filter.h"
 #include "store/ascii_case.h"
+#include "store/recovery_state.h"
 #include "store/store_reader.h"
 
 namespace marrow {
@@ -66,8 +67,9 @@ OutputRoute RouteOf(OutputKind kind) {
   }
 }
 
-SavePipeline::SavePipeline(StoreReader& reader, TreeSink& tree, TreeItem storeItem, const ProfileStore& profile)
-    : reader_(reader), tree_(tree), storeItem_(storeItem), profile_(profile) {}
+SavePipeline::SavePipeline(StoreReader& reader, const RecoveryState& state, TreeSink& tree,
+                           TreeItem storeItem, const ProfileStore& profile)
+    : reader_(reader), state_(state), tree_(tree), storeItem_(storeItem), profile_(profile) {}
 
 void SavePipeline::SetConversion(ItemConversion convert, NonMailRebuild rebuild) {
   convert_ = std::move(convert);
@@ -76,7 +78,7 @@ void SavePipeline::SetConversion(ItemConversion convert, NonMailRebuild rebuild)
 
 bool SavePipeline::IsCancelled() { return reader_.Cancelled(); }
 
-bool SavePipeline::HasCheckedFolder() { return marrow::HasCheckedFolder(tree_, storeItem_, reader_.sourcePath); }
+bool SavePipeline::HasCheckedFolder() { return marrow::HasCheckedFolder(tree_, storeItem_, reader_.SourcePath()); }
 
 SaveEnd SavePipeline::SaveStore(const SaveOptions& options) {
   filter_ = &options.filter;
@@ -87,7 +89,7 @@ SaveEnd SavePipeline::SaveStore(const SaveOptions& options) {
   // Each store gets a folder of its own, named after the source file, so a
   // rerun never meets old output.
   if (options.kind != kOutputServer && !route.singleStore) {
-    const std::string base = fs::path(reader_.sourcePath).filename().string();
+    const std::string base = fs::path(reader_.SourcePath()).filename().string();
     std::string name = base;
     std::error_code ec;
     for (int n = 1; fs::exists(destination + name, ec); ++n) name = base + "(" + std::to_string(n) + ")";
@@ -221,9 +223,9 @@ bool SavePipeline::PrepareFolderOutput(const std::string& relPath, const std::st
 
 void SavePipeline::WalkCheckedFolders() {
   // In the order of the folder list, not of the tree.
-  for (std::size_t i = 0; i < reader_.folders.size(); ++i) {
+  for (std::size_t i = 0; i < state_.folders.size(); ++i) {
     if (IsCancelled()) return;
-    const FolderRecord& folder = reader_.folders[i];
+    const FolderRecord& folder = state_.folders[i];
     if (folder.treeItem == kNoTreeItem || folder.treeItem == storeItem_ || !tree_.IsChecked(folder.treeItem)) continue;
     const std::string label = tree_.Text(folder.treeItem);
     if (!FolderAllowed(filter_, label)) continue;
@@ -257,7 +259,7 @@ void SavePipeline::WalkChosenItems() {
 
 void SavePipeline::WalkFolderItems(std::size_t folderRow) {
   run_.saveDeletedMode = static_cast<std::uint32_t>(profile_.GetInt(kSaveDeletedKey, 1));
-  ForEachFolderItem(reader_, reader_.folders[folderRow].nodeId, run_.saveDeletedMode,
+  ForEachFolderItem(reader_, state_, state_.folders[folderRow].nodeId, run_.saveDeletedMode,
                     [&](const FolderItem& item) { SaveOneItem(item); });
 }
 
@@ -331,7 +333,7 @@ SaveAllEnd SaveAllStores(const std::vector<SavePipeline*>& stores, const SaveOpt
   }
   for (std::size_t i = 0; i < pendingPaths.size() && !end.cancelled && scanPending; ++i) {
     SavePipeline* scanned = scanPending(pendingPaths[i]);
-    if (scanned != nullptr && scanned->Reader().sourcePath == pendingPaths[i]) save(*scanned);
+    if (scanned != nullptr && scanned->Reader().SourcePath() == pendingPaths[i]) save(*scanned);
   }
   if (end.cancelled) {
     end.text = "Saving process aborted by user.";

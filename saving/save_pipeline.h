@@ -18,6 +18,7 @@
 namespace marrow {
 
 class StoreReader;
+struct RecoveryState;
 
 // What the item reader gives back for one item of a save.
 struct ConvertedItem {
@@ -81,7 +82,9 @@ struct SaveRunState {
 
 class SavePipeline {
  public:
-  SavePipeline(StoreReader& reader, TreeSink& tree, TreeItem storeItem, const ProfileStore& profile);
+  // `state` is what the recovery of `reader` found: the folders to walk.
+  SavePipeline(StoreReader& reader, const RecoveryState& state, TreeSink& tree, TreeItem storeItem,
+               const ProfileStore& profile);
 
   void SetConversion(ItemConversion convert, NonMailRebuild rebuild = {});
 
@@ -119,6 +122,7 @@ class SavePipeline {
   SaveEnd EndOfRun();
 
   StoreReader& reader_;
+  const RecoveryState& state_;
   TreeSink& tree_;
   TreeItem storeItem_;
   const ProfileStore& profile_;

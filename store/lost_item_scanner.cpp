@@ -58,22 +58,6 @@ std::uint32_t BlockChecksum(Bytes data) {
   return crc;
 }
 
-NodeRowLists::NodeRowLists(const char* suffix)
-    : nodeId(std::string("SDNLListDId") + suffix, 8),
-      dataBlock(std::string("SDNLListFOII") + suffix, 8),
-      subnodeBlock(std::string("SDNLListFOIILD") + suffix, 8),
-      parent(std::string("SDNLListPID") + suffix, 8),
-      mark(std::string("SDNLID") + suffix, 1) {}
-
-void NodeRowLists::Append(std::uint64_t id, std::uint64_t data, std::uint64_t subnode, std::uint64_t parentId) {
-  const std::uint8_t one = 1;
-  nodeId.AppendU64(id);
-  dataBlock.AppendU64(data);
-  subnodeBlock.AppendU64(subnode);
-  parent.AppendU64(parentId);
-  mark.Append(&one);
-}
-
 LostItemScanner::LostItemScanner(StoreReader& reader) : reader_(reader) {}
 
 void LostItemScanner::ScanFile() {
@@ -145,8 +129,9 @@ void LostItemScanner::ExtractNodeRows(Bytes page) {
     }
     previous = e;
     const std::uint32_t kind = e.nodeId & kNodeTypeMask;
-    if (kind == kNodeTypeFolder) folders.Append(e.nodeId, e.dataBlock, e.subnodeBlock, e.parent);
-    if (kind == kNodeTypeMessage) messages.Append(e.nodeId, e.dataBlock, e.subnodeBlock, e.parent);
+    const ScannedNodeRow row{e.nodeId, e.dataBlock, e.subnodeBlock, e.parent, 1};
+    if (kind == kNodeTypeFolder) folders.Append(row);
+    if (kind == kNodeTypeMessage) messages.Append(row);
   }
 }
 

@@ -10,18 +10,11 @@
 #include "store/disk_list.h"
 #include "store/scan_block_index.h"
 #include "store/scan_index.h"
+#include "store/scanned_node_list.h"
 
 namespace marrow {
 
 class StoreReader;
-
-// One table of scanned node rows: NodeId, data block, subnode block, parent
-// and a mark, appended in step.
-struct NodeRowLists {
-  explicit NodeRowLists(const char* suffix);
-  DiskList nodeId, dataBlock, subnodeBlock, parent, mark;
-  void Append(std::uint64_t id, std::uint64_t data, std::uint64_t subnode, std::uint64_t parentId);
-};
 
 class LostItemScanner final : public ScanIndex {
  public:
@@ -43,8 +36,8 @@ class LostItemScanner final : public ScanIndex {
   void ScanAllBlocks(std::uint64_t blockId, std::vector<std::uint64_t>& offsets, std::vector<std::uint64_t>& sizes);
 
   // Folder rows, message rows, and the block lists (id, file offset, size).
-  NodeRowLists folders{""};
-  NodeRowLists messages{"2"};
+  ScannedNodeList folders{"SDNLList"};
+  ScannedNodeList messages{"SDNLList2"};
   DiskList blockIds{"SONListID", 8};
   DiskList blockOffsets{"SONListFO", 8};
   DiskList blockSizes{"SONListS", 2};

@@ -42,7 +42,7 @@ bool OpenSample(StoreReader& reader, const std::string& store) {
 std::map<std::uint32_t, NodeEntry> MessageNodes(StoreReader& reader) {
   std::map<std::uint32_t, NodeEntry> messages;
   VisitedSet pages;
-  reader.ForEachNodeEntry(reader.nodeRootOffset, pages, [&](const NodeEntry& e) {
+  reader.ForEachNodeEntry(reader.NodeRoot(), pages, [&](const NodeEntry& e) {
     if ((e.nodeId & kNodeTypeMask) == kNodeTypeMessage) messages.emplace(e.nodeId, e);
   });
   return messages;

@@ -134,7 +134,7 @@ bool SubnodeBlockCompressed(StoreReader& reader, std::uint64_t subnodeBlock) {
   VisitedSet visited;
   std::uint64_t offset = 0, size = 0;
   return subnodeBlock != 0 &&
-         reader.FindBlock(reader.blockRootOffset, subnodeBlock, offset, size, visited) &&
+         reader.FindBlock(reader.BlockRoot(), subnodeBlock, offset, size, visited) &&
          LooksDeflated(reader.ReadAt(offset, size));
 }
 

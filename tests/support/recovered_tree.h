@@ -16,6 +16,7 @@ namespace marrow::test {
 
 struct Recovered {
   std::unique_ptr<StoreReader> reader;
+  RecoveryState state;
   MemoryTree tree;
   TreeItem root = 0;
   ScanOutcome outcome;
@@ -35,7 +36,7 @@ struct Recovered {
   }
   // The folder row shown as `item`, or null.
   const FolderRecord* RowOf(TreeItem item) const {
-    for (const FolderRecord& f : reader->folders) {
+    for (const FolderRecord& f : state.folders) {
       if (f.treeItem == item) return &f;
     }
     return nullptr;
@@ -43,12 +44,14 @@ struct Recovered {
 };
 
 // One run of the driver over a reader already open and set up.
-inline Recovered RecoverWith(std::unique_ptr<StoreReader> reader, bool retryPass = false) {
+inline Recovered RecoverWith(std::unique_ptr<StoreReader> reader, bool retryPass = false,
+                             bool rawMode = false) {
   Recovered r;
   r.reader = std::move(reader);
+  r.state.rawMode = rawMode;
   r.root = r.tree.AddRoot("source", 9);
   r.outcome.opened = true;
-  r.outcome.runs = RecoverStore(*r.reader, r.tree, r.root, retryPass) ? 1 : 0;
+  r.outcome.runs = RecoverStore(*r.reader, r.state, r.tree, r.root, retryPass) ? 1 : 0;
   return r;
 }
 
@@ -57,7 +60,7 @@ inline Recovered ScanPath(const ScanRequest& request, const std::string& tempFol
   Recovered r;
   r.reader = std::make_unique<StoreReader>(tempFolder);
   r.root = r.tree.AddRoot(request.sourcePath, 9);
-  r.outcome = StartScan(*r.reader, r.tree, r.root, request);
+  r.outcome = StartScan(*r.reader, r.state, r.tree, r.root, request);
   return r;
 }
 
