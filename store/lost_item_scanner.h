@@ -7,10 +7,9 @@
 #include <vector>
 
 #include "store/byte_order.h"
-#include "store/disk_list.h"
 #include "store/scan_block_index.h"
 #include "store/scan_index.h"
-#include "store/scanned_node_list.h"
+#include "store/scan_rows.h"
 
 namespace marrow {
 
@@ -35,19 +34,14 @@ class LostItemScanner final : public ScanIndex {
   bool ScanFindBlock(std::uint64_t blockId, std::uint64_t& offset, std::uint64_t& size) override;
   void ScanAllBlocks(std::uint64_t blockId, std::vector<std::uint64_t>& offsets, std::vector<std::uint64_t>& sizes);
 
-  // Folder rows, message rows, and the block lists (id, file offset, size).
+  // Folder rows, message rows, and the blocks.
   ScannedNodeList folders{"SDNLList"};
   ScannedNodeList messages{"SDNLList2"};
-  DiskList blockIds{"SONListID", 8};
-  DiskList blockOffsets{"SONListFO", 8};
-  DiskList blockSizes{"SONListS", 2};
+  ScannedBlockList blocks{"SONList"};
 
   std::uint64_t currentOffset = 0;
 
  private:
-  // Reads the three block lists in step; `visit(id, offset, size)` returns false to stop.
-  template <typename Visit>
-  void ForEachScannedBlock(Visit visit);
   // CheckBlockAt, remembering recent answers.
   bool CheckedBlockAt(std::uint64_t offset, std::uint32_t size, std::uint32_t checksum);
 

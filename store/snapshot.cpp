@@ -133,16 +133,13 @@ void WriteSnapshot(StoreReader& reader, const RecoveryState& state, const std::s
   }
 
   LostItemScanner& scan = reader.Scanner();
-  out.Number(scan.blockIds.RecordCount());
-  scan.blockIds.Rewind();
-  scan.blockOffsets.Rewind();
-  scan.blockSizes.Rewind();
-  std::uint64_t id = 0, at = 0;
-  std::uint16_t size = 0;
-  while (scan.blockIds.NextU64(id) && scan.blockOffsets.NextU64(at) && scan.blockSizes.Next(&size)) {
-    out.Number(id);
-    out.Number(at);
-    out.Number(size);
+  out.Number(scan.blocks.RecordCount());
+  scan.blocks.Rewind();
+  ScannedBlockRow block;
+  while (scan.blocks.Next(block)) {
+    out.Number(block.blockId);
+    out.Number(block.fileOffset);
+    out.Number(block.size);
   }
   WriteRowSection(out, scan.folders);
   WriteRowSection(out, scan.messages);
@@ -218,10 +215,7 @@ bool ReadSnapshotBody(StoreReader& reader, RecoveryState& state, const std::stri
   for (std::uint64_t i = 0; i < count; ++i) {
     std::uint64_t id = 0, at = 0, size = 0;
     if (!in.Number(id) || !in.Number(at) || !in.Number(size)) return true;
-    const std::uint16_t size16 = static_cast<std::uint16_t>(size);
-    scan.blockIds.AppendU64(id);
-    scan.blockOffsets.AppendU64(at);
-    scan.blockSizes.Append(&size16);
+    scan.blocks.Append({id, at, static_cast<std::uint16_t>(size)});
   }
   if (!ReadRowSection(in, scan.folders) || !ReadRowSection(in, scan.messages)) return true;
 

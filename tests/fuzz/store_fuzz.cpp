@@ -389,12 +389,11 @@ void ExerciseScan(StoreReader& reader) {
     reader.SetLargePage(large);
     LostItemScanner scan(reader);
     scan.ScanFile();
-    Check(scan.blockIds.RecordCount() == scan.blockSizes.RecordCount(),
-          "scan lists out of step");
-    scan.blockIds.Rewind();
-    std::uint64_t id = 0, offset = 0, size = 0;
-    for (int i = 0; i < 4 && scan.blockIds.NextU64(id); ++i) {
-      Check(scan.ScanFindBlock(id, offset, size) && size != 0,
+    scan.blocks.Rewind();
+    ScannedBlockRow block;
+    std::uint64_t offset = 0, size = 0;
+    for (int i = 0; i < 4 && scan.blocks.Next(block); ++i) {
+      Check(scan.ScanFindBlock(block.blockId, offset, size) && size != 0,
             "a scanned block is not found again");
     }
   }
@@ -535,9 +534,7 @@ void CheckSameLists(StoreReader& writer, const RecoveryState& written, StoreRead
         "the folder rows read from a snapshot differ from those written");
   auto counts = [](StoreReader& r) {
     LostItemScanner& s = r.Scanner();
-    return std::array{s.blockIds.RecordCount(),       s.blockOffsets.RecordCount(),
-                      s.blockSizes.RecordCount(),     s.folders.RecordCount(),
-                      s.messages.RecordCount()};
+    return std::array{s.blocks.RecordCount(), s.folders.RecordCount(), s.messages.RecordCount()};
   };
   Check(counts(writer) == counts(reader), "a snapshot's scan lists differ from the scan's");
   const std::size_t n = written.folders.size();

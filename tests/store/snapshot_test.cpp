@@ -136,8 +136,8 @@ TEST(SnapshotFiles, LayoutIsFixedFieldsThenSections) {
     at += 32;
   }
   // Block rows: three values; scanned node rows: five, the mark first.
-  EXPECT_EQ(u64(at), scan.blockIds.RecordCount());
-  at += 8 + 24 * scan.blockIds.RecordCount();
+  EXPECT_EQ(u64(at), scan.blocks.RecordCount());
+  at += 8 + 24 * scan.blocks.RecordCount();
   EXPECT_EQ(u64(at), scan.folders.RecordCount());
   if (scan.folders.RecordCount() > 0) {
     EXPECT_EQ(u64(at + 8), 1u);
@@ -165,7 +165,7 @@ TEST(SnapshotFiles, LayoutIsFixedFieldsThenSections) {
   RecoveryState partialState;
   EXPECT_TRUE(ReadSnapshotBody(partial, partialState, cut));
   EXPECT_EQ(partialState.folderRows.size(), 3u);
-  EXPECT_EQ(partial.Scanner().blockIds.RecordCount(), 0u);
+  EXPECT_EQ(partial.Scanner().blocks.RecordCount(), 0u);
 }
 
 TEST(SnapshotFiles, HeaderChecksComeInTheirOrder) {
