@@ -56,7 +56,7 @@ bool CheckStore(StoreFacts& facts) {
   for (const BlockEntry& e : facts.blocks) {
     VisitedSet visited;
     std::uint64_t offset = 0, size = 0;
-    const bool hit = reader.FindBlock(reader.blockRootOffset, e.blockId, offset, size, visited);
+    const bool hit = reader.FindBlock(reader.BlockRoot(), e.blockId, offset, size, visited);
     if (hit && offset == e.fileOffset && size == e.size) {
       ++facts.found;
       continue;
@@ -75,8 +75,7 @@ bool CheckStore(StoreFacts& facts) {
     problems.push_back(line);
   }
 
-  reader.BuildFolderRows();
-  facts.folders = reader.folderRows.size();
+  facts.folders = reader.ReadFolderRows().size();
   facts.ok = problems.empty() && !facts.blocks.empty();
 
   std::fprintf(stderr,
@@ -105,11 +104,11 @@ void BuildFolderRows(benchmark::State& state, const StoreFacts* facts) {
       break;
     }
     const auto start = std::chrono::steady_clock::now();
-    reader.BuildFolderRows();
+    const std::vector<FolderRow> rows = reader.ReadFolderRows();
     const auto stop = std::chrono::steady_clock::now();
-    benchmark::DoNotOptimize(reader.folderRows.data());
+    benchmark::DoNotOptimize(rows.data());
     state.SetIterationTime(std::chrono::duration<double>(stop - start).count());
-    folders = reader.folderRows.size();
+    folders = rows.size();
   }
   state.counters["folders"] = static_cast<double>(folders);
 }
@@ -121,8 +120,8 @@ void OpenAndBuildFolderRows(benchmark::State& state, const StoreFacts* facts) {
       state.SkipWithError("cannot open the store");
       break;
     }
-    reader.BuildFolderRows();
-    benchmark::DoNotOptimize(reader.folderRows.data());
+    const std::vector<FolderRow> rows = reader.ReadFolderRows();
+    benchmark::DoNotOptimize(rows.data());
   }
 }
 
@@ -136,7 +135,7 @@ void FindEveryBlockWith(benchmark::State& state, const StoreFacts* facts, StoreR
     for (const BlockEntry& e : facts->blocks) {
       VisitedSet visited;
       std::uint64_t offset = 0, size = 0;
-      reader.FindBlock(reader.blockRootOffset, e.blockId, offset, size, visited);
+      reader.FindBlock(reader.BlockRoot(), e.blockId, offset, size, visited);
     }
   }
   for (auto _ : state) {
@@ -148,7 +147,7 @@ void FindEveryBlockWith(benchmark::State& state, const StoreFacts* facts, StoreR
     for (const BlockEntry& e : facts->blocks) {
       VisitedSet visited;
       std::uint64_t offset = 0, size = 0;
-      bool hit = reader.FindBlock(reader.blockRootOffset, e.blockId, offset, size, visited);
+      bool hit = reader.FindBlock(reader.BlockRoot(), e.blockId, offset, size, visited);
       benchmark::DoNotOptimize(hit);
       benchmark::DoNotOptimize(offset);
       benchmark::DoNotOptimize(size);

@@ -16,6 +16,7 @@
 #include "bench/large_store.h"
 #include "store/folder_items.h"
 #include "store/memory_tree.h"
+#include "store/recovery_state.h"
 #include "store/start_scan.h"
 #include "store/store_reader.h"
 
@@ -71,6 +72,7 @@ int main(int argc, char** argv) {
   }
   StepClock clock;
   marrow::StoreReader reader;
+  marrow::RecoveryState recovery;
   reader.SetProgressSink(&clock);
   marrow::MemoryTree tree;
   const marrow::TreeItem root = tree.AddRoot(path, 9);
@@ -78,7 +80,7 @@ int main(int argc, char** argv) {
   request.sourcePath = path;
   request.mode = mode;
   const Clock::time_point start = Clock::now();
-  const marrow::ScanOutcome outcome = marrow::StartScan(reader, tree, root, request);
+  const marrow::ScanOutcome outcome = marrow::StartScan(reader, recovery, tree, root, request);
   const Clock::time_point recovered = Clock::now();
   if (!outcome.opened) {
     std::fprintf(stderr, "%s: %s\n", path.c_str(), outcome.errorText.c_str());
@@ -87,11 +89,11 @@ int main(int argc, char** argv) {
   const double peakAfterRecovery = PeakMiB();
 
   std::uint64_t shown = 0, indexItems = 0, lostItems = 0, lostFolders = 0;
-  for (const marrow::FolderRecord& f : reader.folders) {
+  for (const marrow::FolderRecord& f : recovery.folders) {
     if (f.treeItem == marrow::kNoTreeItem || tree.Find(f.treeItem) == nullptr) continue;
     ++shown;
     lostFolders += f.isLost;
-    marrow::ForEachFolderItem(reader, f.nodeId, 1, [&](const marrow::FolderItem& item) {
+    marrow::ForEachFolderItem(reader, recovery, f.nodeId, 1, [&](const marrow::FolderItem& item) {
       (item.isLost ? lostItems : indexItems) += 1;
     });
   }

@@ -60,24 +60,20 @@ int main(int argc, char** argv) {
   std::printf("scanned %s: %.0f MiB in %.2f s = %.1f MiB/s; peak memory %.1f MiB; "
               "rows: %u folder, %u message; blocks: %u\n",
               path.c_str(), mb, seconds, mb / seconds, usage.ru_maxrss / 1024.0,
-              scan.folders.nodeId.RecordCount(), scan.messages.nodeId.RecordCount(),
-              scan.blockIds.RecordCount());
+              scan.folders.RecordCount(), scan.messages.RecordCount(),
+              scan.blocks.RecordCount());
 
-  // Deep look-ups after the scan: a pass over the three block lists is what
+  // Deep look-ups after the scan: a pass over the block list is what
   // one look-up costs without the sorted index; with it, the first look-up
   // builds the index and the rest are binary searches.
   auto now = [] { return std::chrono::steady_clock::now(); };
   auto since = [](auto t) { return std::chrono::duration<double>(std::chrono::steady_clock::now() - t).count(); };
   auto t = now();
   std::vector<std::uint64_t> ids;
-  scan.blockIds.Rewind();
-  scan.blockOffsets.Rewind();
-  scan.blockSizes.Rewind();
-  std::uint64_t id = 0, at = 0;
-  std::uint16_t length = 0;
-  for (std::uint64_t row = 0;
-       scan.blockIds.NextU64(id) && scan.blockOffsets.NextU64(at) && scan.blockSizes.Next(&length); ++row) {
-    if (ids.size() < 100000 && row % 3 == 0) ids.push_back(id ^ (row % 2));  // half of them absent
+  scan.blocks.Rewind();
+  marrow::ScannedBlockRow block;
+  for (std::uint64_t row = 0; scan.blocks.Next(block); ++row) {
+    if (ids.size() < 100000 && row % 3 == 0) ids.push_back(block.blockId ^ (row % 2));  // half of them absent
   }
   const double pass = since(t);
   std::uint64_t offset = 0, size = 0;

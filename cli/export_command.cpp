@@ -144,10 +144,11 @@ int RunExport(const std::vector<std::string>& args) {
         const long row = recovered.FindFolder(folders[k]);
         if (row < 0) continue;
         folderFound[k] = true;
-        recovered.Tree().SetCheckedBelow(reader.folders[row].treeItem, true);
+        recovered.Tree().SetCheckedBelow(recovered.State().folders[row].treeItem, true);
       }
     }
-    store->pipeline = std::make_unique<SavePipeline>(reader, recovered.Tree(), recovered.Root(), profile);
+    store->pipeline = std::make_unique<SavePipeline>(reader, recovered.State(), recovered.Tree(),
+                                                     recovered.Root(), profile);
     store->driver = std::make_unique<ItemSaveDriver>(
         reader, DefaultTempFolder() + "/tempjj32125-" + std::to_string(::getpid()) + "-" +
                     std::to_string(stores.size()) + "/");

@@ -65,7 +65,8 @@ int RunList(const std::vector<std::string>& args) {
   ItemReader items(reader, DefaultTempFolder());
   // The item list shows what the save of everything would take.
   std::vector<ListRow> rows;
-  ForEachFolderItem(reader, reader.folders[row].nodeId, 1, [&](const FolderItem& f) {
+  const RecoveryState& state = recovered.State();
+  ForEachFolderItem(reader, state, state.folders[row].nodeId, 1, [&](const FolderItem& f) {
     ItemRow r;
     if (!items.ReadItemRow(f.dataBlock, f.nodeId, f.subnodeBlock, f.isLost, r)) return;
     rows.push_back({r, ItemIcon(ClassifyItem(r.messageClass), r.iconIndex, r.messageFlags),

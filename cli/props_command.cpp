@@ -65,7 +65,7 @@ int RunProps(const std::vector<std::string>& args) {
   VisitedSet visited;
   std::uint64_t dataBlock = 0, subnodeBlock = 0;
   PropertyBag bag;
-  if (reader.FindNodeRow(reader.nodeRootOffset, nodeId, dataBlock, subnodeBlock, visited) != 0) {
+  if (reader.FindNodeRow(reader.NodeRoot(), nodeId, dataBlock, subnodeBlock, visited) != 0) {
     SubnodeLists subnodes;
     reader.ReadSubnodeList(subnodeBlock, subnodes);
     reader.ReadBagFromBlock(dataBlock, bag, subnodes);

@@ -62,7 +62,7 @@ bool RecoveredSource::Run(const SourceArgs& args) {
   reader_ = std::make_unique<StoreReader>(tempFolder);
   reader_->SetProgressSink(&progress_);
   root_ = tree_.AddRoot(request.sourcePath, kSourceImage);
-  const ScanOutcome outcome = StartScan(*reader_, tree_, root_, request);
+  const ScanOutcome outcome = StartScan(*reader_, state_, tree_, root_, request);
   if (!outcome.opened) {
     std::fprintf(stderr, "marrow-cli: %s: %s\n", request.sourcePath.c_str(), outcome.errorText.c_str());
     return false;
@@ -78,7 +78,7 @@ bool RecoveredSource::Run(const SourceArgs& args) {
 
 std::vector<FolderPath> RecoveredSource::Folders() const {
   std::unordered_map<TreeItem, std::size_t> rowOf;
-  for (std::size_t i = 0; i < reader_->folders.size(); ++i) rowOf[reader_->folders[i].treeItem] = i;
+  for (std::size_t i = 0; i < state_.folders.size(); ++i) rowOf[state_.folders[i].treeItem] = i;
   std::vector<FolderPath> out;
   std::vector<std::string> names;
   tree_.ForEachBelow(root_, [&](TreeItem item, int depth) {

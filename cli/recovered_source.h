@@ -8,6 +8,7 @@
 
 #include "cli/stderr_progress.h"
 #include "store/memory_tree.h"
+#include "store/recovery_state.h"
 #include "store/store_reader.h"
 
 namespace marrow::cli {
@@ -42,6 +43,8 @@ class RecoveredSource {
   bool Run(const SourceArgs& args);
 
   StoreReader& Reader() { return *reader_; }
+  // What the recovery found: the folders, by row.
+  const RecoveryState& State() const { return state_; }
   MemoryTree& Tree() { return tree_; }
   TreeItem Root() const { return root_; }
   StderrProgress& Progress() { return progress_; }
@@ -54,6 +57,7 @@ class RecoveredSource {
  private:
   StderrProgress progress_;
   std::unique_ptr<StoreReader> reader_;
+  RecoveryState state_;
   MemoryTree tree_;
   TreeItem root_ = 0;
 };

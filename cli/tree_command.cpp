@@ -28,21 +28,21 @@ struct TreeLine {
 std::vector<TreeLine> CollectLines(RecoveredSource& source) {
   std::vector<TreeLine> lines;
   for (const FolderPath& f : source.Folders()) lines.push_back({f.row, f.path, 0});
-  StoreReader& reader = source.Reader();
+  const RecoveryState& state = source.State();
   for (TreeLine& line : lines) {
-    ForEachFolderItem(reader, reader.folders[line.row].nodeId, kListDeletedToo,
+    ForEachFolderItem(source.Reader(), state, state.folders[line.row].nodeId, kListDeletedToo,
                       [&](const FolderItem&) { ++line.items; });
   }
   return lines;
 }
 
-void PrintJson(StoreReader& reader, const std::vector<TreeLine>& lines) {
+void PrintJson(const RecoveryState& state, const std::vector<TreeLine>& lines) {
   JsonWriter w;
   w.BeginObject();
   w.Key("folders");
   w.BeginArray();
   for (const TreeLine& line : lines) {
-    const FolderRecord& f = reader.folders[line.row];
+    const FolderRecord& f = state.folders[line.row];
     w.BeginObject();
     w.Member("path", line.path);
     w.Member("nodeId", f.nodeId);
@@ -59,10 +59,10 @@ void PrintJson(StoreReader& reader, const std::vector<TreeLine>& lines) {
   std::printf("%s\n", w.Text().c_str());
 }
 
-void PrintText(StoreReader& reader, const std::vector<TreeLine>& lines) {
+void PrintText(const RecoveryState& state, const std::vector<TreeLine>& lines) {
   std::printf("%-8s %-8s %-5s %-20s %s\n", "Items", "Count", "Lost", "Class", "Path");
   for (const TreeLine& line : lines) {
-    const FolderRecord& f = reader.folders[line.row];
+    const FolderRecord& f = state.folders[line.row];
     std::printf("%-8llu %-8u %-5s %-20s %s\n", static_cast<unsigned long long>(line.items), f.itemCount,
                 f.isLost ? "lost" : "", f.containerClass.c_str(), line.path.c_str());
   }
@@ -99,13 +99,13 @@ int RunTree(const std::vector<std::string>& args) {
   }
   RecoveredSource recovered;
   if (!recovered.Run(source)) return 1;
-  if (!saveTo.empty()) WriteSnapshot(recovered.Reader(), saveTo);
+  if (!saveTo.empty()) WriteSnapshot(recovered.Reader(), recovered.State(), saveTo);
 
   const std::vector<TreeLine> lines = CollectLines(recovered);
   if (json) {
-    PrintJson(recovered.Reader(), lines);
+    PrintJson(recovered.State(), lines);
   } else {
-    PrintText(recovered.Reader(), lines);
+    PrintText(recovered.State(), lines);
   }
   if (lines.empty()) std::fprintf(stderr, "No folder was found in %s.\n", recovered.Tree().Text(recovered.Root()).c_str());
   return 0;

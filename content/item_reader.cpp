@@ -99,13 +99,6 @@ int ItemIcon(int kind, std::uint32_t iconIndex, std::uint32_t messageFlags) {
   return (messageFlags & 0x1) != 0 ? 1 : 0;
 }
 
-void AttachmentLists::Add(std::string path, std::string name, std::string contentId, std::string mimeTag) {
-  paths.push_back(std::move(path));
-  names.push_back(std::move(name));
-  contentIds.push_back(std::move(contentId));
-  mimeTags.push_back(std::move(mimeTag));
-}
-
 ItemReader::ItemReader(StoreReader& reader, std::string itemFolder)
     : reader_(reader), itemFolder_(std::move(itemFolder)) {
   if (!itemFolder_.empty() && itemFolder_.back() != '/') itemFolder_ += '/';
@@ -250,7 +243,7 @@ void ItemReader::ReadRecipients(const SubnodeLists& subnodes, const std::string&
 }
 
 void ItemReader::ReadAttachments(
-    const SubnodeLists& subnodes, AttachmentLists& lists,
+    const SubnodeLists& subnodes, AttachmentFiles& files,
     const std::function<std::string(EmbeddedMessage&, const std::string& name)>& onEmbedded) {
   for (const SubnodeRow& row : subnodes) {
     if (row.nodeId == kAttachmentTable) continue;
@@ -266,7 +259,7 @@ void ItemReader::ReadAttachments(
       path = onEmbedded ? onEmbedded(nested, name) : std::string();
       if (path.empty()) continue;
     }
-    lists.Add(std::move(path), std::move(name), std::move(contentId), std::move(mimeTag));
+    files.push_back({std::move(path), std::move(name), std::move(contentId), std::move(mimeTag)});
   }
 }
 
@@ -347,7 +340,7 @@ bool ItemReader::ReadItemRow(std::uint64_t dataBlock, std::uint64_t nodeId, std:
                              ItemRow& row) {
   VisitedSet visited;
   std::uint64_t offset = 0, size = 0;
-  if (!reader_.FindBlock(reader_.blockRootOffset, dataBlock, offset, size, visited)) return false;
+  if (!reader_.FindBlock(reader_.BlockRoot(), dataBlock, offset, size, visited)) return false;
   if (size > kMaxBlockSize || offset >= reader_.FileSize()) return false;
   std::vector<std::uint8_t> block = reader_.ReadAt(offset, size);
   std::vector<HeapSegment> segments;

@@ -36,12 +36,14 @@ struct ItemHeader {
   std::uint32_t importance = 0;  // 0x0017
 };
 
-// Attachment files, appended together: path, name, content id, MIME tag.
-struct AttachmentLists {
-  std::vector<std::string> paths, names, contentIds, mimeTags;
-  void Add(std::string path, std::string name, std::string contentId, std::string mimeTag);
-  std::size_t size() const { return paths.size(); }
+// One attachment of an item, written out to a file.
+struct AttachmentFile {
+  std::string path;
+  std::string name;       // as the message names it
+  std::string contentId;  // 0x3712, or empty
+  std::string mimeTag;    // 0x370E, or empty
 };
+using AttachmentFiles = std::vector<AttachmentFile>;
 
 // One row of the item list.
 struct ItemRow {
@@ -102,7 +104,7 @@ class ItemReader {
                       std::string& bcc, std::vector<std::string>& all);
   // Every attachment of the item, in subnode order; embedded messages are
   // handed to `onEmbedded`, which returns the file that stands for them.
-  void ReadAttachments(const SubnodeLists& subnodes, AttachmentLists& lists,
+  void ReadAttachments(const SubnodeLists& subnodes, AttachmentFiles& files,
                        const std::function<std::string(EmbeddedMessage&, const std::string& name)>& onEmbedded);
   // Writes one attachment's data to the item folder. Empty when it has no
   // data or no name. `nested` receives an embedded message's properties.

@@ -164,20 +164,19 @@ bool ParseDateFields(std::string_view text, std::int64_t* localSeconds) {
 // part further on than it is, finds none there, and keeps only what
 // AddFileAttachment gave it: the name of its file and the type. Stored items
 // have always come out that way and this stays so.
-void AddAttachments(CkEmail& email, const AttachmentLists& files) {
+void AddAttachments(CkEmail& email, const AttachmentFiles& files) {
   int index = email.NumAttachments();
-  for (std::size_t k = 0; k < files.size(); ++k) {
-    const std::string type = files.mimeTags[k].empty() ? kOctetStream : files.mimeTags[k];
-    if (!email.AddFileAttachment(files.paths[k], type)) {
+  for (const AttachmentFile& file : files) {
+    const std::string type = file.mimeTag.empty() ? kOctetStream : file.mimeTag;
+    if (!email.AddFileAttachment(file.path, type)) {
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
-      email.AddFileAttachment(files.paths[k], type);
+      email.AddFileAttachment(file.path, type);
     }
     if (IsMessageType(type)) continue;
     const int at = index++;
-    const std::string& name = files.names[k];
+    const std::string& name = file.name;
     email.AddAttachmentHeader(at, "content-type", type);
-    email.AddAttachmentHeader(at, "content-iD",
-                              files.contentIds[k].empty() ? name : files.contentIds[k]);
+    email.AddAttachmentHeader(at, "content-iD", file.contentId.empty() ? name : file.contentId);
     email.AddAttachmentHeader(at, "Content-Disposition", "attachment; filename=" + name);
   }
 }
@@ -254,7 +253,7 @@ bool RepairMime(const std::string& path, const std::string& text, bool isPlain,
 }
 
 std::string BuildEml(const std::string& itemFolder, const EmlParts& parts,
-                     const AttachmentLists& attachments) {
+                     const AttachmentFiles& attachments) {
   const std::string folder = WithSlash(itemFolder);
   const std::string result = folder + NewGuidText() + ".mht";
 
@@ -326,7 +325,7 @@ std::string BuildEml(const std::string& itemFolder, const EmlParts& parts,
 }
 
 std::string BuildItemEml(const std::string& itemFolder, const ItemEmlParts& parts,
-                         const AttachmentLists& attachments) {
+                         const AttachmentFiles& attachments) {
   const std::string folder = WithSlash(itemFolder);
   const std::string rows = ReadMarkup(parts.itemText);
 
@@ -354,13 +353,10 @@ std::string BuildItemEml(const std::string& itemFolder, const ItemEmlParts& part
   EraseAll(extra, "<ITEM>");
   EraseAll(extra, "</ITEM>");
   const std::string extraPath = folder + "ExtraInformation.txt";
-  AttachmentLists files;
+  AttachmentFiles files;
   if (WriteWholeFile(extraPath, extra))
-    files.Add(extraPath, "ExtraInformation.txt", "", "text/plain; charset=utf-8");
-  for (std::size_t k = 0; k < attachments.size(); ++k) {
-    files.Add(attachments.paths[k], attachments.names[k], attachments.contentIds[k],
-              attachments.mimeTags[k]);
-  }
+    files.push_back({extraPath, "ExtraInformation.txt", "", "text/plain; charset=utf-8"});
+  files.insert(files.end(), attachments.begin(), attachments.end());
   AddAttachments(email, files);
   if (!parts.fromText.empty()) email.put_From(parts.fromText);
   if (!parts.toText.empty()) email.AddMultipleTo(parts.toText);

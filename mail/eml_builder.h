@@ -40,7 +40,7 @@ struct EmlParts {
 // Builds the message in a fresh "{GUID}.mht" file of `itemFolder` and
 // returns its path (also when a step could not write it).
 std::string BuildEml(const std::string& itemFolder, const EmlParts& parts,
-                     const AttachmentLists& attachments);
+                     const AttachmentFiles& attachments);
 
 // What BuildItemEml needs of an item that is not mail.
 struct ItemEmlParts {
@@ -57,7 +57,7 @@ struct ItemEmlParts {
 // attachment files. Returns the path of a fresh "{GUID}.eml" in `itemFolder`,
 // "" when nothing could be written.
 std::string BuildItemEml(const std::string& itemFolder, const ItemEmlParts& parts,
-                         const AttachmentLists& attachments);
+                         const AttachmentFiles& attachments);
 
 // Local wall-clock seconds (the fields counted as if UTC) of a GetDateText
 // text, with or without its weekday; false when it names no time after 1900.

@@ -101,7 +101,7 @@ std::string Convert(ItemReader& items, const PropertyBag& bag, const SubnodeList
   }
 
   static const NameMap kNoNames;
-  const NameMap& names = options.store ? options.store->namedProperties : kNoNames;
+  const NameMap& names = options.store ? options.store->NamedProperties() : kNoNames;
   result.kind = ClassifyItem(header.messageClass);
   result.typeText = ItemTypeText(result.kind);
   result.deliveryTime = header.deliveryTime;
@@ -143,9 +143,8 @@ std::string Convert(ItemReader& items, const PropertyBag& bag, const SubnodeList
                           messages.insert(named);
                           return named;
                         });
-  AttachmentLists& files = result.attachments;
-  for (std::size_t k = 0; k < files.size(); ++k) {
-    if (messages.count(files.paths[k]) != 0) files.mimeTags[k] = "message/rfc822";
+  for (AttachmentFile& file : result.attachments) {
+    if (messages.count(file.path) != 0) file.mimeTag = "message/rfc822";
   }
 
   EmlParts parts;

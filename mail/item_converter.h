@@ -29,7 +29,7 @@ struct ItemResult {
   std::uint32_t iconIndex = 0;
   std::uint32_t importance = 0;
   std::string categories;
-  AttachmentLists attachments;
+  AttachmentFiles attachments;
 };
 
 struct ConvertOptions {

@@ -61,7 +61,7 @@ ConvertedItem ItemSaveDriver::Convert(const FolderItem& item, const SaveFilter* 
   header.itemText = result.itemText;
   if (wants.propertyDump && !out.emlPath.empty()) {
     const std::string dump = (fs::path(itemFolder_) / kPropertyDumpFileName).string();
-    if (WritePropertyDump(bag, reader_.namedProperties, dump)) out.propertyDumpPath = dump;
+    if (WritePropertyDump(bag, reader_.NamedProperties(), dump)) out.propertyDumpPath = dump;
   }
   return out;
 }

@@ -34,7 +34,7 @@ SaveAllEnd SaveAllStores(const std::vector<SavePipeline*>& stores, const SaveOpt
   }
   for (std::size_t i = 0; i < pendingPaths.size() && !end.cancelled && scanPending; ++i) {
     SavePipeline* scanned = scanPending(pendingPaths[i]);
-    if (scanned != nullptr && scanned->Reader().sourcePath == pendingPaths[i]) save(*scanned);
+    if (scanned != nullptr && scanned->Reader().SourcePath() == pendingPaths[i]) save(*scanned);
   }
   if (end.cancelled) {
     end.text = "Saving process aborted by user.";

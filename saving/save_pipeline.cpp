@@ -7,6 +7,7 @@
 #include "saving/output_paths.h"
 #include "saving/save_all_stores.h"
 #include "saving/save_filter.h"
+#include "store/recovery_state.h"
 #include "store/store_reader.h"
 
 namespace marrow {
@@ -26,9 +27,9 @@ std::vector<std::string> DistinctFolders(const std::vector<ChosenItem>& items) {
 
 }  // namespace
 
-SavePipeline::SavePipeline(StoreReader& reader, TreeSink& tree, TreeItem storeItem,
-                           const ProfileStore& profile)
-    : reader_(reader), tree_(tree), storeItem_(storeItem), profile_(profile) {}
+SavePipeline::SavePipeline(StoreReader& reader, const RecoveryState& state, TreeSink& tree,
+                           TreeItem storeItem, const ProfileStore& profile)
+    : reader_(reader), state_(state), tree_(tree), storeItem_(storeItem), profile_(profile) {}
 
 void SavePipeline::SetConversion(ItemConversion convert) {
   convert_ = std::move(convert);
@@ -39,7 +40,7 @@ bool SavePipeline::IsCancelled() {
 }
 
 bool SavePipeline::HasCheckedFolder() {
-  return marrow::HasCheckedFolder(tree_, storeItem_, reader_.sourcePath);
+  return marrow::HasCheckedFolder(tree_, storeItem_, reader_.SourcePath());
 }
 
 SaveEnd SavePipeline::SaveStore(const SaveOptions& options) {
@@ -49,7 +50,7 @@ SaveEnd SavePipeline::SaveStore(const SaveOptions& options) {
   std::string destination = options.destinationPath;
   if (!destination.empty() && destination.back() != '/') destination += '/';
   if (options.kind != kOutputServer && !route.singleStore)
-    destination = StoreOutputFolder(destination, reader_.sourcePath);
+    destination = StoreOutputFolder(destination, reader_.SourcePath());
   run_.outputKind = options.kind;
   run_.saveAsCode = route.saveAsCode;
   if (options.kind ==
@@ -166,9 +167,9 @@ bool SavePipeline::PrepareFolderOutput(const std::string& relPath, const std::st
 
 void SavePipeline::WalkCheckedFolders() {
   // In the order of the folder list, not of the tree.
-  for (std::size_t i = 0; i < reader_.folders.size(); ++i) {
+  for (std::size_t i = 0; i < state_.folders.size(); ++i) {
     if (IsCancelled()) return;
-    const FolderRecord& folder = reader_.folders[i];
+    const FolderRecord& folder = state_.folders[i];
     if (folder.treeItem == kNoTreeItem || folder.treeItem == storeItem_ ||
         !tree_.IsChecked(folder.treeItem))
       continue;
@@ -204,7 +205,7 @@ void SavePipeline::WalkChosenItems() {
 
 void SavePipeline::WalkFolderItems(std::size_t folderRow) {
   run_.saveDeletedMode = static_cast<std::uint32_t>(profile_.GetInt(kSaveDeletedKey, 1));
-  ForEachFolderItem(reader_, reader_.folders[folderRow].nodeId, run_.saveDeletedMode,
+  ForEachFolderItem(reader_, state_, state_.folders[folderRow].nodeId, run_.saveDeletedMode,
                     [&](const FolderItem& item) { SaveOneItem(item); });
 }
 

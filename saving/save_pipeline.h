@@ -20,6 +20,7 @@
 namespace marrow {
 
 class StoreReader;
+struct RecoveryState;
 
 // Converts one item to its MIME file and header lines (and what `wants`
 // asks for besides); the filter of the run is the caller's to apply (a
@@ -65,7 +66,8 @@ struct SaveRunState {
 
 class SavePipeline {
  public:
-  SavePipeline(StoreReader& reader, TreeSink& tree, TreeItem storeItem,
+  // `state` is what the recovery of `reader` found: the folders to walk.
+  SavePipeline(StoreReader& reader, const RecoveryState& state, TreeSink& tree, TreeItem storeItem,
                const ProfileStore& profile);
 
   void SetConversion(ItemConversion convert);
@@ -111,6 +113,7 @@ class SavePipeline {
   void WriteItem(const ConvertedItem& item);
 
   StoreReader& reader_;
+  const RecoveryState& state_;
   TreeSink& tree_;
   TreeItem storeItem_;
   const ProfileStore& profile_;

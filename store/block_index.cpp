@@ -6,34 +6,27 @@ namespace marrow {
 
 bool StoreReader::FindBlock(std::uint64_t rootOffset, std::uint64_t blockId,
                             std::uint64_t& fileOffset, std::uint64_t& size, VisitedSet& visited) {
-  if (!deepMode) {
-    try {
-      return FindBlockInIndex(rootOffset, blockId, fileOffset, size, visited);
-    } catch (...) {
-      return false;
-    }
-  }
-  // Once the scan has run, a block the index cannot reach may still be in
-  // the scan's lists.
-  deepMode = false;
   bool found = false;
   try {
     found = FindBlockInIndex(rootOffset, blockId, fileOffset, size, visited);
   } catch (...) {
   }
-  deepMode = true;
-  if (found) return true;
-  return scan_ != nullptr && scan_->ScanFindBlock(blockId, fileOffset, size);
+  // Once the scan has run, a block the index cannot reach may still be in
+  // the scan's lists.
+  if (found || scan_ == nullptr) return found;
+  return scan_->ScanFindBlock(blockId, fileOffset, size);
 }
 
 bool StoreReader::FindBlockInIndex(std::uint64_t rootOffset, std::uint64_t blockId,
                                    std::uint64_t& fileOffset, std::uint64_t& size,
                                    VisitedSet& visited) {
-  if (rootOffset != memoRoot_ || isAnsi_ != memoAnsi_ || isLargePage_ != memoLarge_) {
+  if (Generation() != memoGeneration_ || rootOffset != memoRoot_ || IsAnsi() != memoAnsi_ ||
+      IsLargePage() != memoLarge_) {
     blockMemo_.clear();
+    memoGeneration_ = Generation();
     memoRoot_ = rootOffset;
-    memoAnsi_ = isAnsi_;
-    memoLarge_ = isLargePage_;
+    memoAnsi_ = IsAnsi();
+    memoLarge_ = IsLargePage();
   }
   if (auto hit = blockMemo_.find(blockId); hit != blockMemo_.end()) {
     if (hit->second.found) {
@@ -74,7 +67,7 @@ bool StoreReader::SearchBlockIndex(std::uint64_t rootOffset, std::uint64_t block
     if (!CheckPage(page, true, f)) return false;
     if (f.level == 0) {
       for (unsigned i = 0; i < f.count; ++i) {
-        BlockEntry e = ReadBlockEntry(RowAt(page, i, f.size), isAnsi_ != 0);
+        BlockEntry e = ReadBlockEntry(RowAt(page, i, f.size), IsAnsi() != 0);
         if (e.blockId == blockId) {  // the first equal row wins
           fileOffset = e.fileOffset;
           size = e.size;

@@ -6,7 +6,7 @@ namespace marrow {
 
 void ForEachBlockEntry(StoreReader& reader, const std::function<void(const BlockEntry&)>& visit) {
   VisitedSet visited;
-  std::vector<std::uint64_t> stack = {reader.blockRootOffset};
+  std::vector<std::uint64_t> stack = {reader.BlockRoot()};
   std::vector<std::uint64_t> keys, children;
   while (!stack.empty()) {
     const std::uint64_t offset = stack.back();

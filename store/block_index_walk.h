@@ -8,9 +8,9 @@
 
 namespace marrow {
 
-// Calls `visit` for each leaf row of the block index reachable from
-// `reader.blockRootOffset`, depth first in row order. Every page is read at
-// most once and must pass the same tests as in a look-up.
+// Calls `visit` for each leaf row of the block index reachable from the
+// block root, depth first in row order. Every page is read at most once and
+// must pass the same tests as in a look-up.
 void ForEachBlockEntry(StoreReader& reader, const std::function<void(const BlockEntry&)>& visit);
 
 }  // namespace marrow

@@ -25,11 +25,11 @@ bool StoreReader::ReadOneBlock(std::uint64_t id, std::vector<std::uint8_t>& data
                                bool anyInflatedLength) {
   VisitedSet visited;
   std::uint64_t offset = 0, size = 0;
-  if (!FindBlock(blockRootOffset, id, offset, size, visited)) return false;
+  if (!FindBlock(BlockRoot(), id, offset, size, visited)) return false;
   if (size == 0 || size > kMaxBlockSize || offset >= FileSize()) return false;
   data = ReadAt(offset, size);
-  if (cryptMethod_ != kCryptNone) {
-    DecodeBlock(data.data(), data.size(), id, true, cryptMethod_);
+  if (CryptMethod() != kCryptNone) {
+    DecodeBlock(data.data(), data.size(), id, true, CryptMethod());
   } else if (size >= 4 && LooksDeflated(data)) {
     // In stores that compress, no encoding is set, so a block is inflated
     // only while the verdict is "none".
@@ -63,7 +63,7 @@ void StoreReader::ReadDataTreeAt(std::uint64_t blockId, ByteSink& out, int depth
   if (walk.sinkFull || depth > kMaxBlockTreeDepth) return;
   VisitedSet visited;
   std::uint64_t offset = 0, size = 0;
-  if (!FindBlock(blockRootOffset, blockId, offset, size, visited)) return;
+  if (!FindBlock(BlockRoot(), blockId, offset, size, visited)) return;
   if (size > kMaxBlockSize || offset >= FileSize()) return;
   std::vector<std::uint8_t> data = ReadAt(offset, size);
 
@@ -71,14 +71,14 @@ void StoreReader::ReadDataTreeAt(std::uint64_t blockId, ByteSink& out, int depth
     WalkIndexBlockChildren(data, out, depth, walk);
     return;
   }
-  if (cryptMethod_ == kCryptNone) {
+  if (CryptMethod() == kCryptNone) {
     if (size >= 4 && LooksDeflated(data)) {
       data = InflateBuffer(data);
       if (!data.empty() && data[0] == kIndexBlockType) WalkIndexBlockChildren(data, out, depth, walk);
     }
     // A compressed index block's own bytes follow its children.
   } else {
-    DecodeBlock(data.data(), data.size(), blockId, true, cryptMethod_);
+    DecodeBlock(data.data(), data.size(), blockId, true, CryptMethod());
   }
   if (!walk.sinkFull && !out.Append(data)) walk.sinkFull = true;
 }
@@ -91,7 +91,7 @@ void StoreReader::WalkIndexBlockChildren(Bytes block, ByteSink& out, int depth, 
   for (std::size_t i = 0; i < count && 8 + 4 * i <= block.size(); ++i) {
     if (walk.sinkFull) return;
     const std::uint64_t child =
-        isAnsi_ ? ReadU32(block, 8 + 4 * i) : static_cast<std::uint32_t>(ReadU64(block, 8 + 8 * i));
+        IsAnsi() ? ReadU32(block, 8 + 4 * i) : static_cast<std::uint32_t>(ReadU64(block, 8 + 8 * i));
     if (level == 1) {
       std::vector<std::uint8_t> data;
       if (ReadOneBlock(child & ~std::uint64_t{1}, data, false) && !out.Append(data)) walk.sinkFull = true;
@@ -111,23 +111,18 @@ void StoreReader::NormalizeAt(std::vector<std::uint8_t>& buffer, std::uint64_t k
   if (buffer.size() < 2) return;
   if (LooksDeflated(buffer)) {
     buffer = InflateBuffer(buffer);
-    if (ReadU8(buffer, 2) == kHeapSignature) {
-      ++noneVotes;
-      UpdateCryptMethod(kCryptNone);
-    }
+    if (ReadU8(buffer, 2) == kHeapSignature) Vote(kCryptNone);
     return;
   }
   if (ReadU8(buffer, 2) == kHeapSignature) {
-    ++noneVotes;
-    UpdateCryptMethod(kCryptNone);
+    Vote(kCryptNone);
     return;
   }
   if (buffer.size() >= 3) {
     for (int method : {kCryptPermute, kCryptCyclic}) {
       if (DecodedThirdByte(buffer, key, method) != kHeapSignature) continue;
       DecodeBlock(buffer.data(), buffer.size(), key, true, method);
-      ++(method == kCryptPermute ? permuteVotes : cyclicVotes);
-      UpdateCryptMethod(method);
+      Vote(method);
       return;
     }
   }
@@ -141,7 +136,7 @@ void StoreReader::NormalizeAt(std::vector<std::uint8_t>& buffer, std::uint64_t k
 
 void StoreReader::JoinIndexBlock(std::vector<std::uint8_t>& buffer, std::uint64_t key,
                                  std::vector<HeapSegment>* segments, int depth) {
-  const std::size_t width = isAnsi_ ? 4 : 8;
+  const std::size_t width = IsAnsi() ? 4 : 8;
   const std::uint16_t count = ReadU16(buffer, 2);
   // An index block is itself one block, so its ids end within the first
   // 64 KiB even when the buffer is a larger join.
@@ -150,21 +145,21 @@ void StoreReader::JoinIndexBlock(std::vector<std::uint8_t>& buffer, std::uint64_
   for (std::size_t i = 0; i < count; ++i) {
     const std::size_t at = 8 + width * i;
     if (at >= idsEnd) break;
-    ids.push_back(isAnsi_ ? ReadU32(buffer, at) : ReadU64(buffer, at));
+    ids.push_back(IsAnsi() ? ReadU32(buffer, at) : ReadU64(buffer, at));
   }
   if (ids.empty()) return;
 
   // The children are joined raw in a scratch file; only the join is decoded,
   // so a heap over several blocks counts as one vote. Should no scratch file
   // be possible, the join is kept in memory instead.
-  std::unique_ptr<TempFile> scratch = TempFile::Create(tempFolder, ".Bin");
+  std::unique_ptr<TempFile> scratch = TempFile::Create(tempFolder_, ".Bin");
   if (scratch) scratch->Unlink();
   std::vector<std::uint8_t> inMemory;
   std::uint64_t joined = 0;
   for (std::uint64_t id : ids) {
     VisitedSet visited;
     std::uint64_t offset = 0, size = 0;
-    if (!FindBlock(blockRootOffset, id, offset, size, visited)) continue;
+    if (!FindBlock(BlockRoot(), id, offset, size, visited)) continue;
     if (size > kMaxBlockSize || offset >= FileSize()) continue;
     if (joined + size > kMaxJoinSize) break;
     std::vector<std::uint8_t> block = ReadAt(offset, size);

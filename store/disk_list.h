@@ -1,6 +1,6 @@
 // A list of fixed-size records kept in a temporary file, with an append
-// buffer and one read cursor. Lists of one table are appended and read in
-// step; a row's index is never stored.
+// buffer and one read cursor. A table keeps each row as one record (see
+// scan_rows.h); a row's index is never stored.
 #pragma once
 
 #include <cstdint>

@@ -7,6 +7,7 @@
 namespace marrow {
 
 class StoreReader;
+struct RecoveryState;
 
 struct FolderItem {
   std::uint64_t dataBlock;
@@ -19,7 +20,7 @@ struct FolderItem {
 // once the scan has run and `saveDeletedMode` is 1 or 3, the scanned message
 // rows of this folder (of every folder in a raw scan) whose data block was
 // not handed on yet.
-void ForEachFolderItem(StoreReader& reader, std::uint64_t folderId, std::uint32_t saveDeletedMode,
-                       const std::function<void(const FolderItem&)>& visit);
+void ForEachFolderItem(StoreReader& reader, const RecoveryState& state, std::uint64_t folderId,
+                       std::uint32_t saveDeletedMode, const std::function<void(const FolderItem&)>& visit);
 
 }  // namespace marrow

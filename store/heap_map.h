@@ -12,6 +12,12 @@ constexpr std::uint8_t kHeapSignature = 0xEC;
 constexpr std::uint8_t kHeapClientPropertyList = 0xBC;
 constexpr std::uint8_t kHeapClientTable = 0x7C;
 
+// Where each joined child of a multi-block heap starts in the joined buffer.
+struct HeapSegment {
+  std::uint64_t start;
+  std::uint64_t length;
+};
+
 struct HeapMap {
   std::size_t mapOffset = 0;     // where the map lies in the block
   std::uint16_t allocations = 0;  // as the map states it

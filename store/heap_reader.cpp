@@ -20,9 +20,9 @@ bool StoreReader::ResolveHeapId(Bytes buffer, std::uint64_t base, std::uint32_t 
                                 const std::vector<HeapSegment>* segments) {
   // Twice the allocation index, plus a bit that is 0 in good ids. The
   // 4096-byte form keeps three more index bits, and its segment number above them.
-  const std::uint32_t k = isLargePage_ ? (heapId >> 4) & 0x7FFF : (heapId >> 4) & 0xFFF;
+  const std::uint32_t k = IsLargePage() ? (heapId >> 4) & 0x7FFF : (heapId >> 4) & 0xFFF;
   if (k == 0) return false;
-  const std::uint32_t segment = isLargePage_ ? heapId >> 19 : heapId >> 16;
+  const std::uint32_t segment = IsLargePage() ? heapId >> 19 : heapId >> 16;
   std::uint64_t mapBase = base;
   std::uint64_t shift = 0;
   start = end = 0;
@@ -57,7 +57,7 @@ bool StoreReader::ReadHeapValue(Bytes buffer, std::uint64_t mapBase, std::uint16
       return true;
     }
     if (skipSubnodes && id != kHeadersOnlyException) return false;
-    SpillSink sink(tempFolder, valueMemoryLimit);
+    SpillSink sink(tempFolder_, valueMemoryLimit_);
     std::uint64_t child = 0;
     ReadSubnodeInto(value, subnodes, sink, child);
     if (sink.Failed() || sink.Written() == 0) return false;
@@ -158,7 +158,7 @@ void StoreReader::ReadTableRows(Bytes buffer, const HeapMap& map, std::vector<Pr
 bool StoreReader::ReadBagFromBlock(std::uint64_t dataBlock, PropertyBag& bag, const SubnodeLists& subnodes) {
   VisitedSet visited;
   std::uint64_t offset = 0, size = 0;
-  if (!FindBlock(blockRootOffset, dataBlock, offset, size, visited)) return false;
+  if (!FindBlock(BlockRoot(), dataBlock, offset, size, visited)) return false;
   return ReadBagAt(offset, size, dataBlock, bag, subnodes);
 }
 

@@ -58,22 +58,6 @@ std::uint32_t BlockChecksum(Bytes data) {
   return crc;
 }
 
-NodeRowLists::NodeRowLists(const char* suffix)
-    : nodeId(std::string("SDNLListDId") + suffix, 8),
-      dataBlock(std::string("SDNLListFOII") + suffix, 8),
-      subnodeBlock(std::string("SDNLListFOIILD") + suffix, 8),
-      parent(std::string("SDNLListPID") + suffix, 8),
-      mark(std::string("SDNLID") + suffix, 1) {}
-
-void NodeRowLists::Append(std::uint64_t id, std::uint64_t data, std::uint64_t subnode, std::uint64_t parentId) {
-  const std::uint8_t one = 1;
-  nodeId.AppendU64(id);
-  dataBlock.AppendU64(data);
-  subnodeBlock.AppendU64(subnode);
-  parent.AppendU64(parentId);
-  mark.Append(&one);
-}
-
 LostItemScanner::LostItemScanner(StoreReader& reader) : reader_(reader) {}
 
 void LostItemScanner::ScanFile() {
@@ -145,8 +129,9 @@ void LostItemScanner::ExtractNodeRows(Bytes page) {
     }
     previous = e;
     const std::uint32_t kind = e.nodeId & kNodeTypeMask;
-    if (kind == kNodeTypeFolder) folders.Append(e.nodeId, e.dataBlock, e.subnodeBlock, e.parent);
-    if (kind == kNodeTypeMessage) messages.Append(e.nodeId, e.dataBlock, e.subnodeBlock, e.parent);
+    const ScannedNodeRow row{e.nodeId, e.dataBlock, e.subnodeBlock, e.parent, 1};
+    if (kind == kNodeTypeFolder) folders.Append(row);
+    if (kind == kNodeTypeMessage) messages.Append(row);
   }
 }
 
@@ -158,9 +143,7 @@ void LostItemScanner::ExtractBlockRows(Bytes page) {
   const unsigned count = RowsToRead(f, layout, large, layout.otherMax, layout.otherSize);
   for (unsigned i = 0; i < count; ++i) {
     const BlockEntry e = ReadBlockEntry(RowAt(page, i, f.size), ansi);
-    blockOffsets.AppendU64(e.fileOffset);
-    blockIds.AppendU64(e.blockId);
-    blockSizes.Append(&e.size);
+    blocks.Append({e.blockId, e.fileOffset, e.size});
   }
 }
 
@@ -187,10 +170,7 @@ void LostItemScanner::ScanBlockTrailers(Bytes page, std::size_t length) {
     if (ansi) x &= 0xFFFFFFFFu;
     const std::uint16_t expected = static_cast<std::uint16_t>(x ^ (x >> 16));
     if (expected != signature && !CheckedBlockAt(static_cast<std::uint64_t>(start), size, checksum)) continue;
-    blockOffsets.AppendU64(static_cast<std::uint64_t>(start));
-    blockIds.AppendU64(id);
-    const std::uint16_t size16 = static_cast<std::uint16_t>(size);
-    blockSizes.Append(&size16);
+    blocks.Append({id, static_cast<std::uint64_t>(start), static_cast<std::uint16_t>(size)});
   }
 }
 
@@ -209,44 +189,32 @@ bool LostItemScanner::CheckBlockAt(std::uint64_t offset, std::uint32_t size, std
   return BlockChecksum(data) == checksum;
 }
 
-template <typename Visit>
-void LostItemScanner::ForEachScannedBlock(Visit visit) {
-  blockIds.Rewind();
-  blockOffsets.Rewind();
-  blockSizes.Rewind();
-  std::uint64_t id = 0, at = 0;
-  std::uint16_t length = 0;
-  while (blockIds.NextU64(id) && blockOffsets.NextU64(at) && blockSizes.Next(&length)) {
-    if (!visit(id, at, length)) return;
-  }
-}
-
 bool LostItemScanner::ScanFindBlock(std::uint64_t blockId, std::uint64_t& offset, std::uint64_t& size) {
-  if (blockIndex_.Update(blockIds, blockOffsets, blockSizes)) return blockIndex_.Find(blockId, offset, size);
-  bool found = false;
-  ForEachScannedBlock([&](std::uint64_t id, std::uint64_t at, std::uint16_t length) {
-    if (id != blockId) return true;
-    offset = at;
-    size = length;
-    found = true;
-    return false;  // the first match wins
-  });
-  return found;
+  if (blockIndex_.Update(blocks)) return blockIndex_.Find(blockId, offset, size);
+  blocks.Rewind();
+  ScannedBlockRow row;
+  while (blocks.Next(row)) {
+    if (row.blockId != blockId) continue;
+    offset = row.fileOffset;  // the first match wins
+    size = row.size;
+    return true;
+  }
+  return false;
 }
 
 void LostItemScanner::ScanAllBlocks(std::uint64_t blockId, std::vector<std::uint64_t>& offsets,
                                     std::vector<std::uint64_t>& sizes) {
-  if (blockIndex_.Update(blockIds, blockOffsets, blockSizes)) {
+  if (blockIndex_.Update(blocks)) {
     blockIndex_.FindAll(blockId, offsets, sizes);
     return;
   }
-  ForEachScannedBlock([&](std::uint64_t id, std::uint64_t at, std::uint16_t length) {
-    if (id == blockId) {
-      offsets.push_back(at);
-      sizes.push_back(length);
-    }
-    return true;
-  });
+  blocks.Rewind();
+  ScannedBlockRow row;
+  while (blocks.Next(row)) {
+    if (row.blockId != blockId) continue;
+    offsets.push_back(row.fileOffset);
+    sizes.push_back(row.size);
+  }
 }
 
 }  // namespace marrow

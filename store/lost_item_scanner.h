@@ -7,21 +7,13 @@
 #include <vector>
 
 #include "store/byte_order.h"
-#include "store/disk_list.h"
 #include "store/scan_block_index.h"
 #include "store/scan_index.h"
+#include "store/scan_rows.h"
 
 namespace marrow {
 
 class StoreReader;
-
-// One table of scanned node rows: NodeId, data block, subnode block, parent
-// and a mark, appended in step.
-struct NodeRowLists {
-  explicit NodeRowLists(const char* suffix);
-  DiskList nodeId, dataBlock, subnodeBlock, parent, mark;
-  void Append(std::uint64_t id, std::uint64_t data, std::uint64_t subnode, std::uint64_t parentId);
-};
 
 class LostItemScanner final : public ScanIndex {
  public:
@@ -42,19 +34,14 @@ class LostItemScanner final : public ScanIndex {
   bool ScanFindBlock(std::uint64_t blockId, std::uint64_t& offset, std::uint64_t& size) override;
   void ScanAllBlocks(std::uint64_t blockId, std::vector<std::uint64_t>& offsets, std::vector<std::uint64_t>& sizes);
 
-  // Folder rows, message rows, and the block lists (id, file offset, size).
-  NodeRowLists folders{""};
-  NodeRowLists messages{"2"};
-  DiskList blockIds{"SONListID", 8};
-  DiskList blockOffsets{"SONListFO", 8};
-  DiskList blockSizes{"SONListS", 2};
+  // Folder rows, message rows, and the blocks.
+  ScannedNodeList folders{"SDNLList"};
+  ScannedNodeList messages{"SDNLList2"};
+  ScannedBlockList blocks{"SONList"};
 
   std::uint64_t currentOffset = 0;
 
  private:
-  // Reads the three block lists in step; `visit(id, offset, size)` returns false to stop.
-  template <typename Visit>
-  void ForEachScannedBlock(Visit visit);
   // CheckBlockAt, remembering recent answers.
   bool CheckedBlockAt(std::uint64_t offset, std::uint32_t size, std::uint32_t checksum);
 

@@ -29,7 +29,7 @@ std::string GuidText(const std::uint8_t* g) {
 void StoreReader::LoadNameMap() {
   VisitedSet visited;
   std::uint64_t dataBlock = 0, subnodeBlock = 0;
-  if (FindNodeRow(nodeRootOffset, kNameMapNode, dataBlock, subnodeBlock, visited) == 0) return;
+  if (FindNodeRow(NodeRoot(), kNameMapNode, dataBlock, subnodeBlock, visited) == 0) return;
   SubnodeLists subnodes;
   ReadSubnodeList(subnodeBlock, subnodes);
   PropertyBag bag;
@@ -48,7 +48,7 @@ void StoreReader::LoadNameMap() {
     const int g = (ReadU16(e, 4) >> 1) - 3;
     const std::uint16_t index = ReadU16(e, 6);
     if (name < 0x8000 || g < 0 || static_cast<std::size_t>(g) >= guids.size()) continue;
-    namedProperties.push_back({name, static_cast<std::uint16_t>(index + 0x8000), "{" + guids[g] + "}"});
+    namedProperties_.push_back({name, static_cast<std::uint16_t>(index + 0x8000), "{" + guids[g] + "}"});
   }
 }
 

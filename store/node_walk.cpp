@@ -6,7 +6,8 @@
 
 namespace marrow {
 
-void StoreReader::WalkNodePage(std::uint64_t offset, std::deque<std::uint64_t>& pending) {
+void StoreReader::WalkNodePage(std::uint64_t offset, std::deque<std::uint64_t>& pending,
+                               std::vector<FolderRow>& rows) {
   if (Cancelled() || offset >= FileSize()) return;
   std::vector<std::uint8_t> page;
   ReadPage(offset, page);
@@ -15,15 +16,15 @@ void StoreReader::WalkNodePage(std::uint64_t offset, std::deque<std::uint64_t>& 
   if (!CheckPage(page, false, f)) return;
 
   if (f.level == 0) {
-    if (deepMode) {
-      if (scan_ != nullptr) scan_->ExtractNodeRows(page);
+    if (scan_ != nullptr) {
+      scan_->ExtractNodeRows(page);
       return;
     }
     const unsigned count = f.count > 254 ? 255 : f.count;
     for (unsigned i = 0; i < count; ++i) {
-      NodeEntry e = ReadNodeEntry(RowAt(page, i, f.size), isAnsi_ != 0);
+      NodeEntry e = ReadNodeEntry(RowAt(page, i, f.size), IsAnsi() != 0);
       if ((e.nodeId & kNodeTypeMask) == kNodeTypeFolder) {
-        folderRows.push_back({e.nodeId, e.dataBlock, e.subnodeBlock, e.parent});
+        rows.push_back({e.nodeId, e.dataBlock, e.subnodeBlock, e.parent});
       }
     }
     return;
@@ -37,20 +38,22 @@ void StoreReader::WalkNodePage(std::uint64_t offset, std::deque<std::uint64_t>& 
   }
 }
 
-void StoreReader::BuildFolderRows() {
+std::vector<FolderRow> StoreReader::ReadFolderRows() {
+  std::vector<FolderRow> rows;
   Sink().SetStatusLine("Please wait...");
   // Breadth first: pages are taken from the head while their children join
   // at the tail. The bar therefore measures against a growing list.
   std::deque<std::uint64_t> pending;
   std::unordered_set<std::uint64_t> done;
-  WalkNodePage(nodeRootOffset, pending);
+  WalkNodePage(NodeRoot(), pending, rows);
   for (std::size_t taken = 0; taken < pending.size(); ++taken) {
     if (Cancelled()) break;
     if (taken > 0) Sink().SetProgress(static_cast<int>(100 * taken / pending.size()));
     const std::uint64_t offset = pending[taken];
     if (!done.insert(offset).second) continue;
-    WalkNodePage(offset, pending);
+    WalkNodePage(offset, pending, rows);
   }
+  return rows;
 }
 
 std::int64_t StoreReader::FindNodeRow(std::uint64_t pageOffset, std::uint64_t nodeId,
@@ -61,7 +64,6 @@ std::int64_t StoreReader::FindNodeRow(std::uint64_t pageOffset, std::uint64_t no
   std::uint64_t offset = pageOffset;
   try {
     for (std::size_t depth = 0; depth <= kMaxIndexDepth; ++depth) {
-      if (stopListing) return 0;
       if (!visited.Add(offset)) return 0;
       if (Cancelled() || offset >= FileSize()) return 0;
       ReadPage(offset, page);
@@ -72,8 +74,8 @@ std::int64_t StoreReader::FindNodeRow(std::uint64_t pageOffset, std::uint64_t no
         // The whole leaf is read, so the last equal row wins.
         std::int64_t found = 0;
         for (unsigned i = 0; i < f.count; ++i) {
-          if (stopListing || Cancelled()) break;
-          NodeEntry e = ReadNodeEntry(RowAt(page, i, f.size), isAnsi_ != 0);
+          if (Cancelled()) break;
+          NodeEntry e = ReadNodeEntry(RowAt(page, i, f.size), IsAnsi() != 0);
           if (e.nodeId == nodeId) {
             dataBlock = e.dataBlock;
             subnodeBlock = e.subnodeBlock;
@@ -96,7 +98,6 @@ void StoreReader::ListNodeChildren(std::uint64_t pageOffset, std::uint64_t folde
   // The parent is not the index's key, so a listing reads every page of the node index.
   ForEachNodeEntry(pageOffset, visited, [&](const NodeEntry& e) {
     if (e.parent != folderNodeId || (e.nodeId & kNodeTypeMask) != kNodeTypeMessage) return;
-    if (deepMode) shownBlocks.push_back(e.dataBlock);
     if (handler) handler(e.dataBlock, e.nodeId, e.subnodeBlock);
   });
 }
@@ -107,7 +108,6 @@ void StoreReader::ForEachNodeEntry(std::uint64_t pageOffset, VisitedSet& visited
   // looping damaged tree from exhausting the call stack.
   std::vector<std::uint8_t> page;
   auto step = [&](std::uint64_t offset, std::vector<std::uint64_t>& children) {
-    if (stopListing) return;
     if (!visited.Add(offset)) return;
     if (Cancelled() || offset >= FileSize()) return;
     ReadPage(offset, page);
@@ -116,8 +116,8 @@ void StoreReader::ForEachNodeEntry(std::uint64_t pageOffset, VisitedSet& visited
     if (!CheckPage(page, false, f)) return;
     if (f.level == 0) {
       for (unsigned i = 0; i < f.count; ++i) {
-        if (stopListing || Cancelled()) break;
-        visit(ReadNodeEntry(RowAt(page, i, f.size), isAnsi_ != 0));
+        if (Cancelled()) break;
+        visit(ReadNodeEntry(RowAt(page, i, f.size), IsAnsi() != 0));
       }
       return;
     }

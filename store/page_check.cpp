@@ -9,12 +9,7 @@ namespace marrow {
 bool StoreReader::CheckPage(Bytes page, bool force, PageFields& f) {
   const PageLayout& layout = Layout();
   f = ReadPageFields(page, layout);
-  if (layout.wideCounts) {
-    pageEntryCount = f.count;
-    pageEntryMax = f.max;
-    pageEntrySize = f.size;
-    pageLevel = f.level;
-  }
+  if (layout.wideCounts) lastLargePage_ = f;
   // A level-0 page of a node walk must be a node leaf; everything else (a
   // branch page, or any page of a block walk) has the shorter rows.
   const bool nodeLeaf = f.level == 0 && !force;
@@ -26,7 +21,7 @@ bool StoreReader::CheckPage(Bytes page, bool force, PageFields& f) {
   // (31 x 16 = 496 > 488), and the last row is given up.
   if (static_cast<std::size_t>(f.count) * f.size > layout.rowLimit) {
     f.count = static_cast<std::uint16_t>(layout.rowLimit / f.size);
-    if (layout.wideCounts) pageEntryCount = f.count;
+    if (layout.wideCounts) lastLargePage_.count = f.count;
   }
   return true;
 }
@@ -36,7 +31,7 @@ void StoreReader::CollectBranchRows(Bytes page, unsigned count, unsigned size,
                                     std::vector<std::uint64_t>& offsets) {
   const std::uint64_t fileSize = FileSize();
   for (unsigned i = 0; i < count; ++i) {
-    BranchEntry e = ReadBranchEntry(RowAt(page, i, size), isAnsi_ != 0);
+    BranchEntry e = ReadBranchEntry(RowAt(page, i, size), IsAnsi() != 0);
     if (e.childOffset >= fileSize) continue;
     keys.push_back(e.key);
     offsets.push_back(e.childOffset);
@@ -50,7 +45,7 @@ std::uint64_t StoreReader::DescendBranch(Bytes page, unsigned count, unsigned si
   const unsigned n = std::min(count, 255u);
   std::uint64_t last = 0;
   for (unsigned i = 0; i < n; ++i) {
-    BranchEntry e = ReadBranchEntry(RowAt(page, i, size), isAnsi_ != 0);
+    BranchEntry e = ReadBranchEntry(RowAt(page, i, size), IsAnsi() != 0);
     if (flag == 0) {
       offsets.push_back(e.childOffset);
       keys.push_back(e.key);

@@ -17,7 +17,6 @@ constexpr std::uint16_t kDisplayName = 0x3001;
 constexpr std::uint16_t kContentCount = 0x3602;
 constexpr std::uint16_t kContainerClass = 0x3613;
 constexpr const char* kDefaultClass = "IPF.NOTE";
-constexpr std::uint8_t kHeapSignature = 0xEC;
 // More distinct parents than this are looked up in the disk list itself.
 constexpr std::size_t kMaxParentsInMemory = std::size_t{1} << 22;
 
@@ -53,42 +52,42 @@ void FindRootRows(const std::vector<FolderRecord>& folders, std::vector<std::siz
   }
 }
 
-FolderRebuild::FolderRebuild(StoreReader& reader, TreeSink& tree, TreeItem root)
-    : reader_(reader), tree_(tree), root_(root) {}
+FolderRebuild::FolderRebuild(StoreReader& reader, RecoveryState& state, TreeSink& tree, TreeItem root)
+    : reader_(reader), state_(state), tree_(tree), root_(root) {}
 
-bool RecoverStore(StoreReader& reader, TreeSink& tree, TreeItem root, bool retryPass,
+bool RecoverStore(StoreReader& reader, RecoveryState& state, TreeSink& tree, TreeItem root, bool retryPass,
                   const std::string& snapshotPath) {
-  return FolderRebuild(reader, tree, root).RecoverStore(retryPass, snapshotPath);
+  return FolderRebuild(reader, state, tree, root).RecoverStore(retryPass, snapshotPath);
 }
 
 bool FolderRebuild::RecoverStore(bool retryPass, const std::string& snapshotPath) {
   ProgressSink& sink = reader_.Sink();
   sink.SetStepLine("Step 1 of 6...");
-  reader_.retryPass = retryPass;
-  reader_.snapshotMode = !snapshotPath.empty();
-  reader_.deepMode = false;
-  reader_.folderRows.clear();
+  fromSnapshot_ = !snapshotPath.empty();
+  // Until the scan has run (or a snapshot brought its lists), look-ups read the indexes alone.
+  reader_.SetScanIndex(nullptr);
+  state_.folderRows.clear();
   auto finish = [&] {
     sink.SetStepLine("");
     sink.SetExplainLine("");
     return true;
   };
 
-  if (reader_.snapshotMode) {
-    ReadSnapshotBody(reader_, snapshotPath);
-    reader_.deepMode = true;
+  if (fromSnapshot_) {
+    ReadSnapshotBody(reader_, state_, snapshotPath);
+    reader_.SetScanIndex(&reader_.Scanner());
     reader_.LoadNameMap();
     BuildTreeFromRows();
     return finish();
   }
-  if (!reader_.rawMode) {
-    reader_.BuildFolderRows();
+  if (!state_.rawMode) {
+    state_.folderRows = reader_.ReadFolderRows();
     reader_.LoadNameMap();
     BuildTreeFromRows();
   }
   if (Cancelled()) return finish();
 
-  reader_.deepMode = true;
+  reader_.SetScanIndex(&reader_.Scanner());
   sink.SetStepLine("Step 2 of 6");
   sink.SetStatusLine("If you do not want to recover lost/deleted data then you can skip this process.");
   if (!retryPass && tree_.FirstChild(root_) != 0) {
@@ -119,7 +118,7 @@ bool FolderRebuild::RecoverStore(bool retryPass, const std::string& snapshotPath
 }
 
 void FolderRebuild::AssureStandardFolders() {
-  std::vector<FolderRecord>& folders = reader_.folders;
+  std::vector<FolderRecord>& folders = state_.folders;
   if (folders.empty()) return;
   auto has = [&](std::uint64_t id) {
     return std::any_of(folders.begin(), folders.end(), [id](const FolderRecord& f) { return f.nodeId == id; });
@@ -131,9 +130,9 @@ void FolderRebuild::AssureStandardFolders() {
 }
 
 void FolderRebuild::BuildTreeFromRows() {
-  if (!reader_.snapshotMode) {
+  if (!fromSnapshot_) {
     const SubnodeLists none;
-    for (const FolderRow& row : reader_.folderRows) {
+    for (const FolderRow& row : state_.folderRows) {
       if (Cancelled()) break;
       PropertyBag bag;
       if (!reader_.ReadBagFromBlock(row.dataBlock, bag, none)) continue;
@@ -142,7 +141,7 @@ void FolderRebuild::BuildTreeFromRows() {
       if (record.name.empty()) continue;
       record.nodeId = row.nodeId;
       record.parentId = row.parent;
-      reader_.folders.push_back(std::move(record));
+      state_.folders.push_back(std::move(record));
     }
   }
   AssureStandardFolders();
@@ -152,7 +151,7 @@ void FolderRebuild::BuildTreeFromRows() {
 
 TreeItem FolderRebuild::InsertFolder(std::size_t index, TreeItem parentItem) {
   if (insertBudget_ > 0) --insertBudget_;
-  FolderRecord& row = reader_.folders[index];
+  FolderRecord& row = state_.folders[index];
   const TreeItem item = tree_.InsertSorted(parentItem, row.name, IconForClass(row.containerClass));
   reader_.Sink().SetStatusLine(row.name);
   tree_.Expand(parentItem);
@@ -166,7 +165,7 @@ TreeItem FolderRebuild::InsertFolder(std::size_t index, TreeItem parentItem) {
 }
 
 void FolderRebuild::AddChildFolders(std::uint64_t parentId, TreeItem parentItem, std::vector<bool>& done) {
-  const std::vector<FolderRecord>& folders = reader_.folders;
+  const std::vector<FolderRecord>& folders = state_.folders;
   if (children_.empty()) {
     for (std::size_t i = 0; i < folders.size(); ++i) children_[folders[i].parentId].push_back(i);
   }
@@ -202,18 +201,18 @@ void FolderRebuild::AddChildFolders(std::uint64_t parentId, TreeItem parentItem,
 
 void FolderRebuild::InsertTree() {
   children_.clear();
-  insertBudget_ = 4 * reader_.folders.size() + 1024;
+  insertBudget_ = 4 * state_.folders.size() + 1024;
   std::vector<std::size_t> roots;
-  FindRootRows(reader_.folders, roots);
+  FindRootRows(state_.folders, roots);
   // Each root starts with only itself done; the list is shared and reset
   // row by row, as a damaged file may have as many roots as rows.
-  std::vector<bool> done(reader_.folders.size(), false);
+  std::vector<bool> done(state_.folders.size(), false);
   for (std::size_t i : roots) {
     if (Cancelled() || insertBudget_ == 0) break;
     const TreeItem item = InsertFolder(i, root_);
     marked_.assign(1, i);
     done[i] = true;
-    AddChildFolders(reader_.folders[i].nodeId, item, done);
+    AddChildFolders(state_.folders[i].nodeId, item, done);
     for (std::size_t m : marked_) done[m] = false;
   }
 }
@@ -226,7 +225,7 @@ void FolderRebuild::ExpandMarked() {
 }
 
 void FolderRebuild::MergeScannedFolders() {
-  if (reader_.rawMode) {
+  if (state_.rawMode) {
     MergeRawScan();
     return;
   }
@@ -245,29 +244,25 @@ void FolderRebuild::MergeScannedFolders() {
 }
 
 void FolderRebuild::MergeRawScan() {
-  if (reader_.Scanner().messages.parent.RecordCount() == 0) return;
+  if (reader_.Scanner().messages.RecordCount() == 0) return;
   const TreeItem item = tree_.InsertSorted(root_, "All Emails", IconForClass(kDefaultClass));
   FolderRecord row{"All Emails", kDefaultClass, kOrphanParentId, 0, 0, item, true};
-  reader_.folders.push_back(std::move(row));
+  state_.folders.push_back(std::move(row));
   tree_.Expand(root_);
 }
 
 bool FolderRebuild::MergeFolderRows() {
-  NodeRowLists& rows = reader_.Scanner().folders;
-  rows.nodeId.Rewind();
-  rows.dataBlock.Rewind();
-  rows.subnodeBlock.Rewind();
-  rows.parent.Rewind();
-  rows.mark.Rewind();
+  ScannedNodeList& rows = reader_.Scanner().folders;
+  rows.Rewind();
   std::unordered_set<std::uint64_t> knownIds, seenIds, seenBlocks;
-  for (const FolderRecord& f : reader_.folders) knownIds.insert(f.nodeId);
-  const std::uint32_t total = rows.nodeId.RecordCount();
+  for (const FolderRecord& f : state_.folders) knownIds.insert(f.nodeId);
+  const std::uint32_t total = rows.RecordCount();
   std::uint32_t read = 0;
-  std::uint64_t id = 0, data = 0, subnode = 0, parent = 0;
-  std::uint8_t mark = 0;
+  ScannedNodeRow row;
   char status[64];
-  while (rows.nodeId.NextU64(id) && rows.dataBlock.NextU64(data) && rows.subnodeBlock.NextU64(subnode) &&
-         rows.parent.NextU64(parent) && rows.mark.Next(&mark)) {
+  while (rows.Next(row)) {
+    const std::uint64_t id = row.nodeId, data = row.dataBlock;
+    std::uint64_t parent = row.parent;
     if (Cancelled()) break;
     ++read;
     std::snprintf(status, sizeof status, "Processing : %u of %u", read, total);
@@ -290,9 +285,9 @@ bool FolderRebuild::MergeFolderRows() {
     }
     record.nodeId = id;
     record.parentId = parent;
-    record.isLost = mark != 0;
+    record.isLost = row.mark != 0;
     knownIds.insert(id);
-    reader_.folders.push_back(std::move(record));
+    state_.folders.push_back(std::move(record));
   }
   if (Cancelled()) return false;
   AssureStandardFolders();
@@ -321,16 +316,16 @@ void FolderRebuild::ReadScannedFolder(std::uint64_t dataBlock, std::string& name
 }
 
 bool FolderRebuild::ScannedMessageHasParent(std::uint64_t folderId) {
-  DiskList& parents = reader_.Scanner().messages.parent;
+  ScannedNodeList& messages = reader_.Scanner().messages;
+  ScannedNodeRow row;
   if (!messageParentsRead_) {
     // One pass gathers the distinct parents, so each folder is not a full
     // search of the list; a list with too many falls back to that search.
     messageParentsRead_ = true;
     std::unordered_set<std::uint64_t> distinct;
-    parents.Rewind();
-    std::uint64_t p = 0;
-    while (parents.NextU64(p)) {
-      distinct.insert(p);
+    messages.Rewind();
+    while (messages.Next(row)) {
+      distinct.insert(row.parent);
       if (distinct.size() > kMaxParentsInMemory) break;
     }
     if (distinct.size() <= kMaxParentsInMemory) {
@@ -341,35 +336,39 @@ bool FolderRebuild::ScannedMessageHasParent(std::uint64_t folderId) {
       messageParents_.shrink_to_fit();
     }
   }
-  if (!messageParents_.empty() || parents.RecordCount() == 0) {
+  if (!messageParents_.empty() || messages.RecordCount() == 0) {
     return std::binary_search(messageParents_.begin(), messageParents_.end(), folderId);
   }
-  return parents.Contains(&folderId);
+  messages.Rewind();
+  while (messages.Next(row)) {
+    if (row.parent == folderId) return true;
+  }
+  return false;
 }
 
 void FolderRebuild::AddOrphanFolders() {
   ProgressSink& sink = reader_.Sink();
   sink.SetStepLine("Step 4 of 6...");
-  std::vector<FolderRecord>& folders = reader_.folders;
+  std::vector<FolderRecord>& folders = state_.folders;
   folders.push_back({"Orphan Folder(s)", kDefaultClass, kOrphanParentId, 0, 0, kNoTreeItem, true});
   std::unordered_set<std::uint64_t> knownIds, seenBlocks;
   for (const FolderRecord& f : folders) knownIds.insert(f.nodeId);
 
-  NodeRowLists& messages = reader_.Scanner().messages;
-  messages.parent.Rewind();
-  messages.dataBlock.Rewind();
-  const std::uint32_t total = messages.parent.RecordCount();
+  ScannedNodeList& messages = reader_.Scanner().messages;
+  messages.Rewind();
+  const std::uint32_t total = messages.RecordCount();
   std::uint32_t read = 0;
   int n = 1;
-  std::uint64_t parent = 0, data = 0;
-  while (messages.parent.NextU64(parent) && messages.dataBlock.NextU64(data)) {
+  ScannedNodeRow row;
+  while (messages.Next(row)) {
+    const std::uint64_t parent = row.parent, data = row.dataBlock;
     if (Cancelled()) break;
     ++read;
     sink.SetProgress(static_cast<int>(std::uint64_t{read} * 100 / total));
     if (knownIds.count(parent) != 0 || parent == 0 || !seenBlocks.insert(data).second) continue;
     VisitedSet visited;
     std::uint64_t offset = 0, size = 0;
-    if (!reader_.FindBlock(reader_.blockRootOffset, data, offset, size, visited)) continue;
+    if (!reader_.FindBlock(reader_.BlockRoot(), data, offset, size, visited)) continue;
     std::vector<std::uint8_t> block = reader_.ReadAt(offset, std::min<std::uint64_t>(size, kMaxBlockSize));
     reader_.NormalizeBlock(block, data, nullptr);
     if (ReadU8(block, 2) != kHeapSignature) continue;

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "store/folder_tree.h"
+#include "store/recovery_state.h"
 #include "store/store_reader.h"
 
 namespace marrow {
@@ -25,9 +26,10 @@ void FindRootRows(const std::vector<FolderRecord>& folders, std::vector<std::siz
 // One run of the driver over one reader and one tree item.
 class FolderRebuild {
  public:
-  FolderRebuild(StoreReader& reader, TreeSink& tree, TreeItem root);
+  // `state.rawMode` chooses the raw scan; the run fills the rest of `state`.
+  FolderRebuild(StoreReader& reader, RecoveryState& state, TreeSink& tree, TreeItem root);
 
-  // Always true; the results are in the reader's `folders` and in the tree.
+  // Always true; the results are in the state's `folders` and in the tree.
   // An empty `snapshotPath` means a normal run.
   bool RecoverStore(bool retryPass, const std::string& snapshotPath);
 
@@ -57,8 +59,10 @@ class FolderRebuild {
   bool ScannedMessageHasParent(std::uint64_t folderId);
 
   StoreReader& reader_;
+  RecoveryState& state_;
   TreeSink& tree_;
   TreeItem root_;
+  bool fromSnapshot_ = false;
   std::vector<TreeItem> expandList_;
   std::unordered_set<std::uint64_t> triedOffsets_;
   // Rows by parent id, for the tree fill; built before each fill.
@@ -75,8 +79,8 @@ class FolderRebuild {
   bool messageParentsRead_ = false;
 };
 
-// Runs the driver once: `FolderRebuild(reader, tree, root).RecoverStore(...)`.
-bool RecoverStore(StoreReader& reader, TreeSink& tree, TreeItem root, bool retryPass,
+// Runs the driver once: `FolderRebuild(reader, state, tree, root).RecoverStore(...)`.
+bool RecoverStore(StoreReader& reader, RecoveryState& state, TreeSink& tree, TreeItem root, bool retryPass,
                   const std::string& snapshotPath = {});
 
 }  // namespace marrow

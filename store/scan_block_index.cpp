@@ -4,7 +4,6 @@
 #include <cstring>
 #include <queue>
 
-#include "store/disk_list.h"
 #include "store/temp_file.h"
 
 namespace marrow {
@@ -72,21 +71,19 @@ ScanBlockIndex::ScanBlockIndex(std::size_t runRows, std::size_t fenceStride)
 
 ScanBlockIndex::~ScanBlockIndex() = default;
 
-bool ScanBlockIndex::Update(DiskList& ids, DiskList& offsets, DiskList& sizes) {
-  // The lists only ever grow, so an unchanged count means unchanged rows.
-  if (built_ && builtFor_ == ids.RecordCount()) return true;
-  built_ = Build(ids, offsets, sizes);
-  builtFor_ = ids.RecordCount();
+bool ScanBlockIndex::Update(ScannedBlockList& blocks) {
+  // The list only ever grows, so an unchanged count means unchanged rows.
+  if (built_ && builtFor_ == blocks.RecordCount()) return true;
+  built_ = Build(blocks);
+  builtFor_ = blocks.RecordCount();
   return built_;
 }
 
-bool ScanBlockIndex::Build(DiskList& ids, DiskList& offsets, DiskList& sizes) {
+bool ScanBlockIndex::Build(ScannedBlockList& blocks) {
   sorted_.reset();
   fences_.clear();
   entries_ = 0;
-  ids.Rewind();
-  offsets.Rewind();
-  sizes.Rewind();
+  blocks.Rewind();
 
   std::vector<std::unique_ptr<TempFile>> runs;
   std::vector<std::uint64_t> runCounts;
@@ -108,10 +105,12 @@ bool ScanBlockIndex::Build(DiskList& ids, DiskList& offsets, DiskList& sizes) {
     return true;
   };
   Entry e{};
-  std::uint16_t size = 0;
-  for (std::uint32_t seq = 0; ids.NextU64(e.id) && offsets.NextU64(e.offset) && sizes.Next(&size); ++seq) {
+  ScannedBlockRow row;
+  for (std::uint32_t seq = 0; blocks.Next(row); ++seq) {
+    e.id = row.blockId;
+    e.offset = row.fileOffset;
     e.seq = seq;
-    e.size = size;
+    e.size = row.size;
     batch.push_back(e);
     if (batch.size() == runRows_ && !spill()) return false;
   }

@@ -6,9 +6,10 @@
 #include <memory>
 #include <vector>
 
+#include "store/scan_rows.h"
+
 namespace marrow {
 
-class DiskList;
 class TempFile;
 
 class ScanBlockIndex {
@@ -19,9 +20,9 @@ class ScanBlockIndex {
   explicit ScanBlockIndex(std::size_t runRows = std::size_t{1} << 19, std::size_t fenceStride = 256);
   ~ScanBlockIndex();
 
-  // Brings the index up to date with the three block lists (id, offset,
-  // size); false when it cannot be built, and the caller searches the lists.
-  bool Update(DiskList& ids, DiskList& offsets, DiskList& sizes);
+  // Brings the index up to date with the scanned blocks; false when it
+  // cannot be built, and the caller searches the list.
+  bool Update(ScannedBlockList& blocks);
 
   // The first row of `blockId` in list order.
   bool Find(std::uint64_t blockId, std::uint64_t& offset, std::uint64_t& size) const;
@@ -31,13 +32,13 @@ class ScanBlockIndex {
   struct Entry {
     std::uint64_t id;
     std::uint64_t offset;
-    std::uint32_t seq;  // position in the lists: the tie-break that keeps list order
+    std::uint32_t seq;  // position in the list: the tie-break that keeps list order
     std::uint16_t size;
     std::uint16_t unused;
   };
 
  private:
-  bool Build(DiskList& ids, DiskList& offsets, DiskList& sizes);
+  bool Build(ScannedBlockList& blocks);
   // Calls `visit` on the rows of `blockId` in order; `visit` returns false to stop.
   template <typename Visit>
   void Scan(std::uint64_t blockId, Visit visit) const;

@@ -10,6 +10,7 @@
 #include "text/utf16.h"
 #include "store/byte_order.h"
 #include "store/lost_item_scanner.h"
+#include "store/recovery_state.h"
 #include "store/store_reader.h"
 
 namespace marrow {
@@ -81,23 +82,17 @@ class SnapshotReader {
 };
 
 // Node rows of the scan, written mark first.
-void WriteRowSection(SnapshotWriter& out, NodeRowLists& lists) {
-  DiskList* columns[] = {&lists.mark, &lists.nodeId, &lists.dataBlock, &lists.subnodeBlock, &lists.parent};
-  out.Number(lists.mark.RecordCount());
-  for (DiskList* c : columns) c->Rewind();
-  for (;;) {
-    std::uint64_t values[5];
-    std::uint8_t mark = 0;
-    if (!lists.mark.Next(&mark)) return;
-    values[0] = mark;
-    for (int k = 1; k < 5; ++k) {
-      if (!columns[k]->NextU64(values[k])) return;
-    }
-    for (std::uint64_t v : values) out.Number(v);
+void WriteRowSection(SnapshotWriter& out, ScannedNodeList& rows) {
+  out.Number(rows.RecordCount());
+  rows.Rewind();
+  ScannedNodeRow row;
+  while (rows.Next(row)) {
+    out.Number(row.mark);
+    for (std::uint64_t v : {row.nodeId, row.dataBlock, row.subnodeBlock, row.parent}) out.Number(v);
   }
 }
 
-bool ReadRowSection(SnapshotReader& in, NodeRowLists& lists) {
+bool ReadRowSection(SnapshotReader& in, ScannedNodeList& rows) {
   std::uint64_t count = 0;
   if (!in.Number(count)) return false;
   for (std::uint64_t i = 0; i < count; ++i) {
@@ -105,12 +100,7 @@ bool ReadRowSection(SnapshotReader& in, NodeRowLists& lists) {
     for (std::uint64_t& x : v) {
       if (!in.Number(x)) return false;
     }
-    const std::uint8_t mark = static_cast<std::uint8_t>(v[0]);
-    lists.nodeId.AppendU64(v[1]);
-    lists.dataBlock.AppendU64(v[2]);
-    lists.subnodeBlock.AppendU64(v[3]);
-    lists.parent.AppendU64(v[4]);
-    lists.mark.Append(&mark);
+    rows.Append({v[1], v[2], v[3], v[4], static_cast<std::uint8_t>(v[0])});
   }
   return true;
 }
@@ -123,19 +113,19 @@ std::int64_t SignExtend32(std::uint64_t v) { return static_cast<std::int32_t>(st
 
 }  // namespace
 
-void WriteSnapshot(StoreReader& reader, const std::string& path) {
+void WriteSnapshot(StoreReader& reader, const RecoveryState& state, const std::string& path) {
   File file(std::fopen(path.c_str(), "wb"));
   if (!file) return;
   SnapshotWriter out(file.get());
   out.Bytes(kSnapshotMagic, 4);
-  out.Path(reader.sourcePath);
-  out.Path(reader.tempFolder);
+  out.Path(reader.SourcePath());
+  out.Path(reader.TempFolder());
   out.Number(reader.FileSize());
   out.Number(static_cast<std::uint64_t>(static_cast<std::int64_t>(reader.IsAnsi())));
   out.Number(reader.IsLargePage() ? 1 : 0);
-  out.Number(reader.rawMode ? 1 : 0);
-  out.Number(static_cast<std::uint64_t>(static_cast<std::int64_t>(static_cast<std::int32_t>(reader.folderRows.size()))));
-  for (const FolderRow& row : reader.folderRows) {
+  out.Number(state.rawMode ? 1 : 0);
+  out.Number(static_cast<std::uint64_t>(static_cast<std::int64_t>(static_cast<std::int32_t>(state.folderRows.size()))));
+  for (const FolderRow& row : state.folderRows) {
     out.Number(row.nodeId);
     out.Number(row.dataBlock);
     out.Number(row.subnodeBlock);
@@ -143,22 +133,19 @@ void WriteSnapshot(StoreReader& reader, const std::string& path) {
   }
 
   LostItemScanner& scan = reader.Scanner();
-  out.Number(scan.blockIds.RecordCount());
-  scan.blockIds.Rewind();
-  scan.blockOffsets.Rewind();
-  scan.blockSizes.Rewind();
-  std::uint64_t id = 0, at = 0;
-  std::uint16_t size = 0;
-  while (scan.blockIds.NextU64(id) && scan.blockOffsets.NextU64(at) && scan.blockSizes.Next(&size)) {
-    out.Number(id);
-    out.Number(at);
-    out.Number(size);
+  out.Number(scan.blocks.RecordCount());
+  scan.blocks.Rewind();
+  ScannedBlockRow block;
+  while (scan.blocks.Next(block)) {
+    out.Number(block.blockId);
+    out.Number(block.fileOffset);
+    out.Number(block.size);
   }
   WriteRowSection(out, scan.folders);
   WriteRowSection(out, scan.messages);
 
-  out.Number(reader.folders.size());
-  for (const FolderRecord& f : reader.folders) {
+  out.Number(state.folders.size());
+  for (const FolderRecord& f : state.folders) {
     out.Text(f.name);
     out.Text(f.containerClass);
     out.Number(f.nodeId);
@@ -205,7 +192,7 @@ bool ReadSnapshotHeader(const std::string& path, SnapshotHeader& header, std::st
   return true;
 }
 
-bool ReadSnapshotBody(StoreReader& reader, const std::string& path) {
+bool ReadSnapshotBody(StoreReader& reader, RecoveryState& state, const std::string& path) {
   File file(std::fopen(path.c_str(), "rb"));
   if (!file) return false;
   if (std::fseek(file.get(), static_cast<long>(kSnapshotNodeCountOffset), SEEK_SET) != 0) return true;
@@ -220,7 +207,7 @@ bool ReadSnapshotBody(StoreReader& reader, const std::string& path) {
         !in.Number(row.parent)) {
       return true;
     }
-    reader.folderRows.push_back(row);
+    state.folderRows.push_back(row);
   }
 
   LostItemScanner& scan = reader.Scanner();
@@ -228,10 +215,7 @@ bool ReadSnapshotBody(StoreReader& reader, const std::string& path) {
   for (std::uint64_t i = 0; i < count; ++i) {
     std::uint64_t id = 0, at = 0, size = 0;
     if (!in.Number(id) || !in.Number(at) || !in.Number(size)) return true;
-    const std::uint16_t size16 = static_cast<std::uint16_t>(size);
-    scan.blockIds.AppendU64(id);
-    scan.blockOffsets.AppendU64(at);
-    scan.blockSizes.Append(&size16);
+    scan.blocks.Append({id, at, static_cast<std::uint16_t>(size)});
   }
   if (!ReadRowSection(in, scan.folders) || !ReadRowSection(in, scan.messages)) return true;
 
@@ -244,7 +228,7 @@ bool ReadSnapshotBody(StoreReader& reader, const std::string& path) {
       return true;
     }
     f.itemCount = static_cast<std::uint32_t>(itemCount);
-    reader.folders.push_back(std::move(f));
+    state.folders.push_back(std::move(f));
   }
   return true;
 }

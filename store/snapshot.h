@@ -9,6 +9,7 @@
 namespace marrow {
 
 class StoreReader;
+struct RecoveryState;
 
 // Fixed header fields.
 constexpr char kSnapshotMagic[4] = {'V', 'O', 'R', 'P'};
@@ -26,15 +27,16 @@ struct SnapshotHeader {
   bool rawMode = false;
 };
 
-// Writes what the reader holds: form, index rows, the scan's lists and the
-// folder rows. Silent; a file that cannot be created is not made.
-void WriteSnapshot(StoreReader& reader, const std::string& path);
+// Writes the reader's form and scan lists and what the recovery found: index
+// rows and folder rows. Silent; a file that cannot be created is not made.
+void WriteSnapshot(StoreReader& reader, const RecoveryState& state, const std::string& path);
 
 // Reads and checks the header. The temp folder is created when missing.
 // False with `error` set to the text to show.
 bool ReadSnapshotHeader(const std::string& path, SnapshotHeader& header, std::string& error);
 
-// Fills the reader's lists from the file. False only when it cannot be opened.
-bool ReadSnapshotBody(StoreReader& reader, const std::string& path);
+// Fills the reader's scan lists and the state's rows from the file. False
+// only when it cannot be opened.
+bool ReadSnapshotBody(StoreReader& reader, RecoveryState& state, const std::string& path);
 
 }  // namespace marrow

@@ -20,12 +20,13 @@ ScanRequest SnapshotRequest(const SnapshotHeader& header, const std::string& sna
   return request;
 }
 
-ScanOutcome StartScan(StoreReader& reader, TreeSink& tree, TreeItem root, const ScanRequest& request) {
+ScanOutcome StartScan(StoreReader& reader, RecoveryState& state, TreeSink& tree, TreeItem root,
+                      const ScanRequest& request) {
   ScanOutcome outcome;
   if (request.mode < kQuickScan || request.mode > kRawScan) return outcome;
   auto run = [&](bool retryPass, const std::string& snapshot = {}) {
     ++outcome.runs;
-    RecoverStore(reader, tree, root, retryPass, snapshot);
+    RecoverStore(reader, state, tree, root, retryPass, snapshot);
     return tree.FirstChild(root) != 0;
   };
   if (!reader.OpenStore(request.sourcePath)) {
@@ -35,14 +36,14 @@ ScanOutcome StartScan(StoreReader& reader, TreeSink& tree, TreeItem root, const 
   outcome.opened = true;
 
   if (request.fromSnapshot) {
-    reader.rawMode = request.snapshotRaw;
+    state.rawMode = request.snapshotRaw;
     reader.SetAnsi(request.snapshotAnsi);
     reader.SetLargePage(request.snapshotLargePage);
     run(request.mode != kQuickScan, request.snapshotPath);
     return outcome;
   }
   if (request.mode != kQuickScan) {
-    reader.rawMode = request.mode == kRawScan;
+    state.rawMode = request.mode == kRawScan;
     if (!run(true)) {
       reader.SetAnsi(reader.IsAnsi() ? 0 : 1);
       run(true);

@@ -9,6 +9,7 @@
 namespace marrow {
 
 class StoreReader;
+struct RecoveryState;
 
 enum RecoveryMode { kQuickScan = 0, kAdvanceScan = 1, kRawScan = 2 };
 
@@ -38,6 +39,8 @@ struct ScanOutcome {
 // Runs the recovery for `request` into `root`. A quick scan whose tree stays
 // empty tries the other form of the header, then each of the four forms in
 // turn; an advanced or raw scan tries the other 32/64-bit form once.
-ScanOutcome StartScan(StoreReader& reader, TreeSink& tree, TreeItem root, const ScanRequest& request);
+// The raw mode is set in `state` from the request.
+ScanOutcome StartScan(StoreReader& reader, RecoveryState& state, TreeSink& tree, TreeItem root,
+                      const ScanRequest& request);
 
 }  // namespace marrow

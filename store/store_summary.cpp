@@ -11,19 +11,18 @@ std::uint64_t StoreSummary::TotalMessages() const {
 }
 
 StoreSummary SummarizeStore(StoreReader& reader) {
-  reader.folderRows.clear();
-  reader.BuildFolderRows();
+  const std::vector<FolderRow> rows = reader.ReadFolderRows();
 
   // One walk of the node index counts the messages of every folder; the
   // counts are those a listing of each folder would give.
   std::unordered_map<std::uint64_t, std::uint64_t> messagesByParent;
   VisitedSet pages;
-  reader.ForEachNodeEntry(reader.nodeRootOffset, pages, [&](const NodeEntry& e) {
+  reader.ForEachNodeEntry(reader.NodeRoot(), pages, [&](const NodeEntry& e) {
     if ((e.nodeId & kNodeTypeMask) == kNodeTypeMessage) ++messagesByParent[e.parent];
   });
 
   StoreSummary s;
-  for (const FolderRow& row : reader.folderRows) {
+  for (const FolderRow& row : rows) {
     if (reader.Cancelled()) break;
     auto count = messagesByParent.find(row.nodeId);
     FolderSummary& f = s.folders.emplace_back();
@@ -32,16 +31,16 @@ StoreSummary SummarizeStore(StoreReader& reader) {
     reader.ReadBagFromBlock(row.dataBlock, f.properties, {});
   }
   s.fileSize = reader.FileSize();
-  s.versionWord = reader.versionWord;
-  s.cryptByte = reader.cryptByte;
+  s.versionWord = reader.Header().versionWord;
+  s.cryptByte = reader.Header().cryptByte;
   s.isAnsi = reader.IsAnsi() != 0;
   s.isLargePage = reader.IsLargePage();
   s.cryptMethod = reader.CryptMethod();
-  s.noneVotes = reader.noneVotes;
-  s.permuteVotes = reader.permuteVotes;
-  s.cyclicVotes = reader.cyclicVotes;
-  s.nodeRootOffset = reader.nodeRootOffset;
-  s.blockRootOffset = reader.blockRootOffset;
+  s.noneVotes = reader.Votes().none;
+  s.permuteVotes = reader.Votes().permute;
+  s.cyclicVotes = reader.Votes().cyclic;
+  s.nodeRootOffset = reader.NodeRoot();
+  s.blockRootOffset = reader.BlockRoot();
   return s;
 }
 

@@ -10,11 +10,11 @@ void StoreReader::ReadSubnodeList(std::uint64_t subnodeBlockId, SubnodeLists& li
   if (subnodeBlockId == 0) return;
   VisitedSet visited;
   std::uint64_t offset = 0, size = 0;
-  if (!FindBlock(blockRootOffset, subnodeBlockId, offset, size, visited)) return;
+  if (!FindBlock(BlockRoot(), subnodeBlockId, offset, size, visited)) return;
   if (size > kMaxBlockSize || offset >= FileSize()) return;
   // Subnode blocks are stored as they are: no encoding, no compression.
   std::vector<std::uint8_t> block = ReadAt(offset, size);
-  const bool wide = isAnsi_ == 0;
+  const bool wide = IsAnsi() == 0;
   const std::size_t header = wide ? 8 : 4;
   if (size <= header || block[0] != kSubnodeBlockType) return;
 
@@ -64,7 +64,7 @@ bool StoreReader::ReadSubnodeHeap(std::uint64_t nodeId, const SubnodeLists& list
     const std::uint64_t data = r.dataBlock & ~std::uint64_t{1};
     VisitedSet visited;
     std::uint64_t offset = 0, size = 0;
-    if (!FindBlock(blockRootOffset, data, offset, size, visited)) return false;
+    if (!FindBlock(BlockRoot(), data, offset, size, visited)) return false;
     if (size > kMaxBlockSize || offset >= FileSize()) return false;
     buffer = ReadAt(offset, size);
     segments.clear();

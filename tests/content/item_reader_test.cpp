@@ -99,7 +99,7 @@ bool SubnodeBlockCompressed(StoreReader& reader, std::uint64_t subnodeBlock) {
   VisitedSet visited;
   std::uint64_t offset = 0, size = 0;
   return subnodeBlock != 0 &&
-         reader.FindBlock(reader.blockRootOffset, subnodeBlock, offset, size, visited) &&
+         reader.FindBlock(reader.BlockRoot(), subnodeBlock, offset, size, visited) &&
          LooksDeflated(reader.ReadAt(offset, size));
 }
 
@@ -144,10 +144,10 @@ TEST_F(ItemReaderSamples, RecipientsAndAttachmentsAgreeWithPffexport) {
       std::string to, cc, bcc;
       std::vector<std::string> all;
       items.ReadRecipients(subnodes, "", to, cc, bcc, all);
-      AttachmentLists lists;
+      AttachmentFiles attached;
       std::vector<std::string> kinds;
       std::set<std::string> embeddedPaths;
-      items.ReadAttachments(subnodes, lists, [&](EmbeddedMessage& m, const std::string& name) {
+      items.ReadAttachments(subnodes, attached, [&](EmbeddedMessage& m, const std::string& name) {
         EXPECT_TRUE(name.ends_with(".eml")) << name;
         // pffexport shows the exceptions of a recurring appointment as appointments.
         const bool exception =
@@ -157,15 +157,15 @@ TEST_F(ItemReaderSamples, RecipientsAndAttachmentsAgreeWithPffexport) {
         return *embeddedPaths.insert(path.string()).first;
       });
       std::vector<FilePart> files;
-      for (std::size_t i = 0; i < lists.size(); ++i) {
-        if (embeddedPaths.count(lists.paths[i])) continue;
-        EXPECT_EQ(fs::path(lists.paths[i]).parent_path(), itemDir);
-        files.push_back({lists.names[i], std::to_string(fs::file_size(lists.paths[i])),
-                         test::FileSha256(lists.paths[i])});
+      for (std::size_t i = 0; i < attached.size(); ++i) {
+        if (embeddedPaths.count(attached[i].path)) continue;
+        EXPECT_EQ(fs::path(attached[i].path).parent_path(), itemDir);
+        files.push_back({attached[i].name, std::to_string(fs::file_size(attached[i].path)),
+                         test::FileSha256(attached[i].path)});
       }
 
       if (storeOracle == oracle.end() || !storeOracle->second.count(id)) {
-        EXPECT_TRUE(all.empty() && lists.size() == 0) << "posts and free/busy data have neither";
+        EXPECT_TRUE(all.empty() && attached.size() == 0) << "posts and free/busy data have neither";
         ++unlisted;
         continue;
       }
@@ -181,7 +181,7 @@ TEST_F(ItemReaderSamples, RecipientsAndAttachmentsAgreeWithPffexport) {
       }
       if (subnodes.empty() && SubnodeBlockCompressed(reader, node.subnodeBlock)) {
         ++seen[{store, kCompressedSubnodes}];
-        EXPECT_TRUE(all.empty() && lists.size() == 0);
+        EXPECT_TRUE(all.empty() && attached.size() == 0);
         continue;
       }
 
@@ -331,24 +331,24 @@ TEST_F(ItemReaderFolder, AttachmentFilesStayInTheItemFolder) {
   StoreReader reader(Dir().string());
   ASSERT_TRUE(reader.OpenSource(file.Source()));
   ItemReader items(reader, itemDir.string());
-  AttachmentLists lists;
-  items.ReadAttachments(message, lists, nullptr);
+  AttachmentFiles attached;
+  items.ReadAttachments(message, attached, nullptr);
 
   EXPECT_EQ(Listing(Dir(), itemDir), before) << "nothing written outside the item folder";
-  ASSERT_EQ(lists.size(), cases.size() - 1) << "the attachment without 0x3701 adds nothing";
+  ASSERT_EQ(attached.size(), cases.size() - 1) << "the attachment without 0x3701 adds nothing";
   std::set<fs::path> paths;
-  for (std::size_t i = 0; i < lists.size(); ++i) {
+  for (std::size_t i = 0; i < attached.size(); ++i) {
     SCOPED_TRACE(cases[i].data);
-    EXPECT_EQ(lists.names[i], cases[i].name);
-    EXPECT_EQ(fs::path(lists.paths[i]).parent_path(), itemDir);
-    EXPECT_TRUE(paths.insert(lists.paths[i]).second) << "a path given twice";
-    EXPECT_EQ(test::ReadFile(lists.paths[i]), cases[i].data);
+    EXPECT_EQ(attached[i].name, cases[i].name);
+    EXPECT_EQ(fs::path(attached[i].path).parent_path(), itemDir);
+    EXPECT_TRUE(paths.insert(attached[i].path).second) << "a path given twice";
+    EXPECT_EQ(test::ReadFile(attached[i].path), cases[i].data);
   }
   EXPECT_EQ(std::distance(fs::directory_iterator(itemDir), fs::directory_iterator()),
-            static_cast<std::ptrdiff_t>(lists.size()));
-  EXPECT_EQ(lists.paths[1], (itemDir / "evil").string()) << "a usable name is the file's name";
-  EXPECT_TRUE(lists.paths[0].ends_with(".Bin") && lists.paths[2].ends_with(".Bin") &&
-              lists.paths[3].ends_with(".Bin"));
+            static_cast<std::ptrdiff_t>(attached.size()));
+  EXPECT_EQ(attached[1].path, (itemDir / "evil").string()) << "a usable name is the file's name";
+  EXPECT_TRUE(attached[0].path.ends_with(".Bin") && attached[2].path.ends_with(".Bin") &&
+              attached[3].path.ends_with(".Bin"));
 }
 
 }  // namespace

@@ -284,12 +284,12 @@ TEST(RenderSamples, ViewsOfRealItems) {
         return out;
       };
       const std::string save =
-          RenderItem(kind, bag, reader.namedProperties, RowKind::kSave, children);
+          RenderItem(kind, bag, reader.NamedProperties(), RowKind::kSave, children);
       if (save.empty()) continue;
       ++kinds[kind];
       all += save;
       const std::string preview =
-          RenderItem(kind, bag, reader.namedProperties, RowKind::kPreview, children);
+          RenderItem(kind, bag, reader.NamedProperties(), RowKind::kPreview, children);
       EXPECT_FALSE(preview.empty() || preview.find("<ITEM>") != std::string::npos) << preview;
     }
     EXPECT_EQ(kinds, sample.kinds);

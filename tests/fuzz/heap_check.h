@@ -45,7 +45,7 @@ inline void ReadHeap(StoreReader& reader, Bytes buffer, const std::vector<HeapSe
   PropertyBag bag, headers;
   std::vector<PropertyBag> rows;
   reader.ReadPropertyBag(buffer, &bag, &rows, segments, subnodes, false, true);
-  CheckBag(bag, reader.tempFolder);
+  CheckBag(bag, reader.TempFolder());
   for (const PropertyBag& row : rows) CheckBag(row, {});
   reader.ReadPropertyBag(buffer, &headers, nullptr, segments, subnodes, true, false);
   CheckBag(headers, {});

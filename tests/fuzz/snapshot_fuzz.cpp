@@ -71,21 +71,22 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   StoreReader reader(scratch.Path());
   Check(reader.OpenSource(std::make_unique<MemorySource>(Buf(data, data + size)), storePath),
         "opening a memory source failed");
+  RecoveryState state;
   if (!magic) {
     // What the application would refuse is still read, straight into the lists.
-    Check(ReadSnapshotBody(reader, path), "a snapshot file that is there cannot be read");
+    Check(ReadSnapshotBody(reader, state, path), "a snapshot file that is there cannot be read");
   } else {
     Check(header.sourcePath == storePath && header.tempFolder == temp + "/",
           "a snapshot header's paths read back wrong");
     reader.SetAnsi(header.isAnsi);
     reader.SetLargePage(header.isLargePage);
-    reader.rawMode = header.rawMode;
+    state.rawMode = header.rawMode;
     BoundedProgress progress;
     reader.SetProgressSink(&progress);
     MemoryTree tree;
-    RecoverStore(reader, tree, tree.AddRoot("snapshot", 0), false, path);
-    for (std::size_t i = 0; i < reader.folders.size() && i < 64; ++i)
-      ForEachFolderItem(reader, reader.folders[i].nodeId, 1, [](const FolderItem&) {});
+    RecoverStore(reader, state, tree, tree.AddRoot("snapshot", 0), false, path);
+    for (std::size_t i = 0; i < state.folders.size() && i < 64; ++i)
+      ForEachFolderItem(reader, state, state.folders[i].nodeId, 1, [](const FolderItem&) {});
     reader.SetProgressSink(nullptr);
   }
   std::filesystem::remove(temp);

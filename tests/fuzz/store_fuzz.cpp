@@ -122,7 +122,7 @@ void ReadItemHeaps(StoreReader& reader, std::uint64_t dataBlock, std::uint64_t s
   reader.ReadSubnodeList(subnodeBlock, subnodes);
   PropertyBag bag;
   reader.ReadBagFromBlock(dataBlock, bag, subnodes);
-  CheckBag(bag, reader.tempFolder);
+  CheckBag(bag, reader.TempFolder());
   MemorySink table(kMaxBlockSize);
   std::uint64_t child = 0;
   reader.ReadSubnodeInto(0x692, subnodes, table, child);
@@ -132,7 +132,7 @@ void ReadItemHeaps(StoreReader& reader, std::uint64_t dataBlock, std::uint64_t s
 void NormalizeFolderBlock(StoreReader& reader, std::uint64_t dataBlock) {
   VisitedSet visited;
   std::uint64_t offset = 0, size = 0;
-  if (!reader.FindBlock(reader.blockRootOffset, dataBlock, offset, size, visited)) return;
+  if (!reader.FindBlock(reader.BlockRoot(), dataBlock, offset, size, visited)) return;
   if (size > kMaxBlockSize || offset >= reader.FileSize()) return;
   Buf block = reader.ReadAt(offset, size);
   Check(block.size() == size, "ReadAt did not return the size asked for");
@@ -165,28 +165,29 @@ void CheckRootPage(StoreReader& reader, std::uint64_t root, bool blockIndex) {
   reader.DescendBranch(page, f.count, f.size, 0x122, 1, offsets, keys);
 }
 
-// One pass of everything over the current form and roots. In deep mode the
-// node walk yields no folder rows of its own, so the caller's are used.
-void ExerciseForm(StoreReader& reader, const std::vector<FolderRow>* givenRows = nullptr) {
+// One pass of everything over the current form and roots; gives the folder
+// rows the node walk found. In deep mode the node walk yields no folder rows
+// of its own, so the caller's are used.
+std::vector<FolderRow> ExerciseForm(StoreReader& reader,
+                                    const std::vector<FolderRow>* givenRows = nullptr) {
   BoundedProgress progress;
   reader.SetProgressSink(&progress);
-  CheckRootPage(reader, reader.nodeRootOffset, false);
-  CheckRootPage(reader, reader.blockRootOffset, true);
+  CheckRootPage(reader, reader.NodeRoot(), false);
+  CheckRootPage(reader, reader.BlockRoot(), true);
 
-  reader.folderRows.clear();
-  reader.BuildFolderRows();
+  const std::vector<FolderRow> walkedRows = reader.ReadFolderRows();
   std::set<std::uint64_t> folders, walked;
-  for (const FolderRow& row : reader.folderRows) {
+  for (const FolderRow& row : walkedRows) {
     Check((row.nodeId & kNodeTypeMask) == kNodeTypeFolder, "a folder row is not a folder node");
     folders.insert(row.nodeId);
   }
   // The breadth-first folder walk and the depth-first walk of all node rows
   // read the same pages, so they must find the same folders.
   VisitedSet nodePages;
-  reader.ForEachNodeEntry(reader.nodeRootOffset, nodePages, [&](const NodeEntry& e) {
+  reader.ForEachNodeEntry(reader.NodeRoot(), nodePages, [&](const NodeEntry& e) {
     if ((e.nodeId & kNodeTypeMask) == kNodeTypeFolder) walked.insert(e.nodeId);
   });
-  Check(reader.deepMode || progress.Exhausted() || folders == walked,
+  Check(reader.UsesScan() || progress.Exhausted() || folders == walked,
         "the folder walk and the node row walk found different folders");
 
   std::vector<std::uint64_t> blockIds;
@@ -202,21 +203,21 @@ void ExerciseForm(StoreReader& reader, const std::vector<FolderRow>* givenRows =
     VisitedSet visited;
     std::uint64_t dataBlock = 0, subnodeBlock = 0;
     const std::int64_t found =
-        reader.FindNodeRow(reader.nodeRootOffset, nodeId, dataBlock, subnodeBlock, visited);
+        reader.FindNodeRow(reader.NodeRoot(), nodeId, dataBlock, subnodeBlock, visited);
     Check(found == 0 || found == 1, "FindNodeRow answered neither 0 nor 1");
     if (found == 0) continue;
     ReadSubnodes(reader, subnodeBlock);
     ReadData(reader, dataBlock);
   }
 
-  const std::vector<FolderRow> rows = givenRows ? *givenRows : reader.folderRows;
+  const std::vector<FolderRow> rows = givenRows ? *givenRows : walkedRows;
   for (std::size_t i = 0; i < rows.size() && i < kMaxFolders; ++i) {
     const FolderRow& row = rows[i];
     NormalizeFolderBlock(reader, row.dataBlock);
     std::vector<std::pair<std::uint64_t, std::uint64_t>> items;  // data and subnode blocks
     VisitedSet pages;
     reader.ListNodeChildren(
-        reader.nodeRootOffset, row.nodeId, pages,
+        reader.NodeRoot(), row.nodeId, pages,
         [&](std::uint64_t dataBlock, std::uint64_t nodeId, std::uint64_t subnodeBlock) {
           Check((nodeId & kNodeTypeMask) == kNodeTypeMessage,
                 "a listed item is not a message node");
@@ -229,16 +230,17 @@ void ExerciseForm(StoreReader& reader, const std::vector<FolderRow>* givenRows =
       ReadItemHeaps(reader, dataBlock, subnodeBlock);
     }
   }
-  const std::size_t named = reader.namedProperties.size();
+  const std::size_t named = reader.NamedProperties().size();
   reader.LoadNameMap();
-  for (std::size_t i = named; i < reader.namedProperties.size(); ++i) {
-    const NamedProperty& n = reader.namedProperties[i];
+  for (std::size_t i = named; i < reader.NamedProperties().size(); ++i) {
+    const NamedProperty& n = reader.NamedProperties()[i];
     Check(n.numericName >= 0x8000 && n.propId >= 0x8000 && n.guidText.size() == 38,
           "a malformed named property");
   }
-  Check(reader.noneVotes >= 0 && reader.permuteVotes >= 0 && reader.cyclicVotes >= 0,
-        "a vote counter went negative");
+  const CryptVotes& votes = reader.Votes();
+  Check(votes.none >= 0 && votes.permute >= 0 && votes.cyclic >= 0, "a vote counter went negative");
   reader.SetProgressSink(nullptr);
+  return walkedRows;
 }
 
 // The summary counts each folder's messages in one walk; a listing of each
@@ -251,7 +253,7 @@ void CheckSummary(StoreReader& reader, std::size_t size) {
   for (std::size_t i = 0; i < summary.folders.size() && i < kMaxFolders; ++i) {
     std::uint64_t listed = 0;
     VisitedSet pages;
-    reader.ListNodeChildren(reader.nodeRootOffset, summary.folders[i].row.nodeId, pages,
+    reader.ListNodeChildren(reader.NodeRoot(), summary.folders[i].row.nodeId, pages,
                             [&](std::uint64_t, std::uint64_t, std::uint64_t) { ++listed; });
     if (progress.Exhausted()) break;
     Check(listed == summary.folders[i].messages,
@@ -268,14 +270,11 @@ void ExerciseScan(StoreReader& reader) {
     reader.SetLargePage(large);
     LostItemScanner scan(reader);
     scan.ScanFile();
-    Check(scan.folders.nodeId.RecordCount() == scan.folders.mark.RecordCount() &&
-              scan.messages.parent.RecordCount() == scan.messages.mark.RecordCount() &&
-              scan.blockIds.RecordCount() == scan.blockSizes.RecordCount(),
-          "scan lists out of step");
-    scan.blockIds.Rewind();
-    std::uint64_t id = 0, offset = 0, size = 0;
-    for (int i = 0; i < 4 && scan.blockIds.NextU64(id); ++i) {
-      Check(scan.ScanFindBlock(id, offset, size) && size != 0,
+    scan.blocks.Rewind();
+    ScannedBlockRow block;
+    std::uint64_t offset = 0, size = 0;
+    for (int i = 0; i < 4 && scan.blocks.Next(block); ++i) {
+      Check(scan.ScanFindBlock(block.blockId, offset, size) && size != 0,
             "a scanned block is not found again");
     }
   }
@@ -291,7 +290,7 @@ void ExerciseStore(const Buf& bytes, const std::string& scratch) {
   // header of that form's width keeps.
   const int headerAnsi = reader.IsAnsi();
   const bool headerLarge = reader.IsLargePage();
-  const std::uint64_t openRoots[2] = {reader.nodeRootOffset, reader.blockRootOffset};
+  const std::uint64_t openRoots[2] = {reader.NodeRoot(), reader.BlockRoot()};
   const Buf header = reader.ReadAt(0, 0x200);
   Check(header.size() == 0x200, "ReadAt did not return the size asked for");
   auto signExtended = [&](std::size_t at) {
@@ -307,10 +306,9 @@ void ExerciseStore(const Buf& bytes, const std::string& scratch) {
     reader.SetLargePage(large);
     for (const std::uint64_t* roots : {openRoots, ansi ? ansiRoots : wideRoots}) {
       if (roots != openRoots && roots[0] == openRoots[0] && roots[1] == openRoots[1]) continue;
-      reader.nodeRootOffset = roots[0];
-      reader.blockRootOffset = roots[1];
-      ExerciseForm(reader);
-      if (roots == openRoots && knownRows.empty()) knownRows = reader.folderRows;
+      reader.SetRoots(roots[0], roots[1]);
+      const std::vector<FolderRow> walked = ExerciseForm(reader);
+      if (roots == openRoots && knownRows.empty()) knownRows = walked;
     }
   }
 
@@ -319,14 +317,11 @@ void ExerciseStore(const Buf& bytes, const std::string& scratch) {
   FakeScan scan(reader.FileSize());
   reader.SetAnsi(headerAnsi);
   reader.SetLargePage(headerLarge);
-  reader.nodeRootOffset = openRoots[0];
-  reader.blockRootOffset = openRoots[1];
+  reader.SetRoots(openRoots[0], openRoots[1]);
   reader.SetScanIndex(&scan);
-  reader.deepMode = true;
-  reader.tempFolder = scratch + "/absent";
+  reader.SetTempFolder(scratch + "/absent");
   ExerciseForm(reader, &knownRows);
-  reader.tempFolder = scratch;
-  reader.deepMode = false;
+  reader.SetTempFolder(scratch);
   reader.SetScanIndex(nullptr);
 
   CheckSummary(reader, bytes.size());
@@ -388,16 +383,16 @@ std::vector<TreeLine> WalkTree(const MemoryTree& tree, TreeItem root) {
 
 // The items of the first folders of a run. The index lists messages and the
 // scan keeps only message rows; a snapshot's rows are whatever its file says.
-void ListFolderItems(StoreReader& reader, bool fromStore) {
-  for (std::size_t i = 0; i < reader.folders.size() && i < kMaxFolders; ++i) {
+void ListFolderItems(StoreReader& reader, const RecoveryState& state, bool fromStore) {
+  for (std::size_t i = 0; i < state.folders.size() && i < kMaxFolders; ++i) {
     std::set<std::uint64_t> blocks;
-    ForEachFolderItem(reader, reader.folders[i].nodeId, 1, [&](const FolderItem& item) {
+    ForEachFolderItem(reader, state, state.folders[i].nodeId, 1, [&](const FolderItem& item) {
       const bool fresh = blocks.insert(item.dataBlock).second;
       if (!fromStore) return;
       Check((item.nodeId & kNodeTypeMask) == kNodeTypeMessage,
             "a folder item is not a message node");
       // Scanned rows come after the index's, each data block only once.
-      Check(!item.isLost || (reader.deepMode && fresh),
+      Check(!item.isLost || (reader.UsesScan() && fresh),
             "a scanned item repeats a data block already listed");
     });
   }
@@ -407,8 +402,9 @@ void ListFolderItems(StoreReader& reader, bool fromStore) {
 // folders, all but the lost flag. A reload makes up the two standard folders,
 // as the first step does, where the list it reads lacks them (a raw scan's,
 // or one that gained its first rows only in the orphan step); nothing else.
-void CheckSameLists(StoreReader& written, StoreReader& read) {
-  auto rows = [](const StoreReader& r) {
+void CheckSameLists(StoreReader& writer, const RecoveryState& written, StoreReader& reader,
+                    const RecoveryState& read) {
+  auto rows = [](const RecoveryState& r) {
     std::vector<std::array<std::uint64_t, 4>> out;
     for (const FolderRow& f : r.folderRows)
       out.push_back({f.nodeId, f.dataBlock, f.subnodeBlock, f.parent});
@@ -419,21 +415,21 @@ void CheckSameLists(StoreReader& written, StoreReader& read) {
   // Every record of every scan list, in order.
   auto lists = [](StoreReader& r) {
     LostItemScanner& s = r.Scanner();
-    std::vector<Buf> out;
-    for (DiskList* list : {&s.blockIds, &s.blockOffsets, &s.blockSizes, &s.folders.mark,
-                           &s.folders.nodeId, &s.folders.dataBlock, &s.folders.subnodeBlock,
-                           &s.folders.parent, &s.messages.mark, &s.messages.nodeId,
-                           &s.messages.dataBlock, &s.messages.subnodeBlock, &s.messages.parent}) {
-      Buf all, record(list->RecordSize());
+    std::vector<std::array<std::uint64_t, 5>> out;
+    ScannedBlockRow block;
+    s.blocks.Rewind();
+    while (s.blocks.Next(block)) out.push_back({0, block.blockId, block.fileOffset, block.size, 0});
+    for (ScannedNodeList* list : {&s.folders, &s.messages}) {
+      ScannedNodeRow row;
       list->Rewind();
-      while (list->Next(record.data())) all.insert(all.end(), record.begin(), record.end());
-      out.push_back(std::move(all));
+      while (list->Next(row)) out.push_back({row.nodeId, row.dataBlock, row.subnodeBlock, row.parent, row.mark});
+      out.push_back({~0ull, 0, 0, 0, 0});  // where one list ends
     }
     return out;
   };
-  Check(lists(written) == lists(read), "a snapshot's scan lists differ from the scan's");
+  Check(lists(writer) == lists(reader), "a snapshot's scan lists differ from the scan's");
   const std::size_t n = written.folders.size();
-  auto folders = [n](const StoreReader& r) {
+  auto folders = [n](const RecoveryState& r) {
     std::vector<std::tuple<std::string, std::string, std::uint64_t, std::uint64_t, std::uint32_t>>
         out;
     for (std::size_t i = 0; i < n && i < r.folders.size(); ++i) {
@@ -452,16 +448,16 @@ void CheckSameLists(StoreReader& written, StoreReader& read) {
 }
 
 // A snapshot-mode run over `path` into a fresh tree, as the application reloads one.
-std::vector<TreeLine> Reload(StoreReader& reader, const SnapshotHeader& header,
+std::vector<TreeLine> Reload(StoreReader& reader, RecoveryState& state, const SnapshotHeader& header,
                              const std::string& path, bool retry, bool& complete) {
   reader.SetAnsi(header.isAnsi);
   reader.SetLargePage(header.isLargePage);
-  reader.rawMode = header.rawMode;
+  state.rawMode = header.rawMode;
   BoundedProgress progress;
   reader.SetProgressSink(&progress);
   MemoryTree tree;
   const TreeItem root = tree.AddRoot("snapshot", 0);
-  RecoverStore(reader, tree, root, retry, path);
+  RecoverStore(reader, state, tree, root, retry, path);
   std::vector<TreeLine> lines = WalkTree(tree, root);
   reader.SetProgressSink(nullptr);
   complete = !progress.Exhausted();
@@ -476,27 +472,28 @@ void RunRecovery(const Input& in, std::size_t formIndex, bool raw) {
   const auto [ansi, large] = Forms(reader->IsAnsi(), reader->IsLargePage())[formIndex];
   reader->SetAnsi(ansi);
   reader->SetLargePage(large);
-  reader->rawMode = raw;
+  RecoveryState state;
+  state.rawMode = raw;
   BoundedProgress progress;
   reader->SetProgressSink(&progress);
   MemoryTree tree;
   const TreeItem root = tree.AddRoot("store", 0);
-  FolderRebuild rebuild(*reader, tree, root);
+  FolderRebuild rebuild(*reader, state, tree, root);
   // A quick run is no retry; raw runs are, as the scan ladder makes them.
   Check(rebuild.RecoverStore(raw, {}), "the recovery driver answered false");
   const bool complete = !progress.Exhausted();
   const std::vector<TreeLine> lines = WalkTree(tree, root);
-  for (const FolderRecord& f : reader->folders) {
+  for (const FolderRecord& f : state.folders) {
     Check(!f.name.empty(), "a recovered folder has no name");
   }
   for (std::size_t i = 0; complete && i < rebuild.ExpandList().size(); ++i) {
     const MemoryTree::Node* node = tree.Find(rebuild.ExpandList()[i]);
     Check(node != nullptr && node->expanded, "a folder marked for expanding is not expanded");
   }
-  ListFolderItems(*reader, true);
+  ListFolderItems(*reader, state, true);
 
   const std::string path = in.scratch + "/run" + kSnapshotExtension;
-  WriteSnapshot(*reader, path);
+  WriteSnapshot(*reader, state, path);
   SnapshotHeader header;
   std::string error;
   Check(ReadSnapshotHeader(path, header, error), "a snapshot just written was refused");
@@ -506,13 +503,15 @@ void RunRecovery(const Input& in, std::size_t formIndex, bool raw) {
         "a snapshot's header differs from what was written");
   {
     std::unique_ptr<StoreReader> reload = OpenInput(in);
+    RecoveryState reloadState;
     bool reloadComplete = false;
-    const std::vector<TreeLine> reloaded = Reload(*reload, header, path, raw, reloadComplete);
-    CheckSameLists(*reader, *reload);
-    if (complete && reloadComplete && reload->folders.size() == reader->folders.size()) {
+    const std::vector<TreeLine> reloaded =
+        Reload(*reload, reloadState, header, path, raw, reloadComplete);
+    CheckSameLists(*reader, state, *reload, reloadState);
+    if (complete && reloadComplete && reloadState.folders.size() == state.folders.size()) {
       Check(reloaded == lines, "the tree rebuilt from a snapshot differs from the first run's");
     }
-    ListFolderItems(*reload, false);
+    ListFolderItems(*reload, reloadState, false);
   }
   std::remove(path.c_str());
   reader->SetProgressSink(nullptr);

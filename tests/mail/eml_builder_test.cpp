@@ -117,12 +117,12 @@ TEST_F(EmlBuilder, SenderFromTheItemWhenTheHeadersGiveNoneOrADistinguishedName) 
 }
 
 TEST_F(EmlBuilder, AttachmentsCarryTheirHeadersAndMessagesGoAsMessages) {
-  AttachmentLists files;
-  files.Add(Write("a file.txt", "first"), "a file.txt", "", "text/plain");
-  files.Add(Write("x.bin", "second"), "report 2024.pdf", "cid-7@example.org", "application/pdf");
-  files.Add(Write("inner.eml", "Subject: inner\r\nFrom: a@b.org\r\n\r\nhi\r\n"), "inner.eml", "",
-            "message/rfc822");
-  files.Add(Write("plain", "third"), "no type", "", "");
+  AttachmentFiles files;
+  files.push_back({Write("a file.txt", "first"), "a file.txt", "", "text/plain"});
+  files.push_back({Write("x.bin", "second"), "report 2024.pdf", "cid-7@example.org", "application/pdf"});
+  files.push_back({Write("inner.eml", "Subject: inner\r\nFrom: a@b.org\r\n\r\nhi\r\n"), "inner.eml", "",
+                   "message/rfc822"});
+  files.push_back({Write("plain", "third"), "no type", "", ""});
   EmlParts parts;
   parts.subject = "with files";
   parts.bodyPath = Write("body.txt", "body");
@@ -147,10 +147,10 @@ TEST_F(EmlBuilder, AttachmentsCarryTheirHeadersAndMessagesGoAsMessages) {
 
   // A file that cannot be added still takes its index: the part after the gap
   // looks for its headers one index too far and keeps the name of its file.
-  AttachmentLists gap;
-  gap.Add(Write("one.txt", "1"), "one.txt", "", "text/plain");
-  gap.Add(Path("gone.bin"), "gone.bin", "", "image/png");
-  gap.Add(Write("3.tmp", "3"), "three.txt", "cid-3", "text/plain");
+  AttachmentFiles gap;
+  gap.push_back({Write("one.txt", "1"), "one.txt", "", "text/plain"});
+  gap.push_back({Path("gone.bin"), "gone.bin", "", "image/png"});
+  gap.push_back({Write("3.tmp", "3"), "three.txt", "cid-3", "text/plain"});
   const std::string gapped = BuildEml(Item(), {}, gap);
   ASSERT_TRUE(email.LoadEml(gapped));
   ASSERT_EQ(email.NumAttachments(), 2);
@@ -239,8 +239,8 @@ TEST_F(EmlBuilder, NonAsciiSubjectAndBodiesComeOutInOneCharset) {
 }
 
 TEST_F(EmlBuilder, ItemsThatAreNotMailShowTheirRowsOrTheirBody) {
-  AttachmentLists files;
-  files.Add(Write("agenda.txt", "agenda"), "agenda.txt", "", "text/plain");
+  AttachmentFiles files;
+  files.push_back({Write("agenda.txt", "agenda"), "agenda.txt", "", "text/plain"});
   ItemEmlParts parts;
   parts.itemText =
       "<ITEM>Location : Hall <A></ITEM>\r\n<ITEM>END TIME : 133500000000000000</ITEM>\r\n";

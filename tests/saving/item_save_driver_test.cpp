@@ -10,6 +10,7 @@
 
 #include "saving/item_save_driver.h"
 #include "store/memory_tree.h"
+#include "store/recovery_state.h"
 #include "store/start_scan.h"
 #include "store/store_reader.h"
 
@@ -25,15 +26,16 @@ TEST(ItemSaveDriver, GivesTheFinishedMimeFileHeaderLinesAndTheDumpWhenWanted) {
   const fs::path copy = dir / "Sample.ost";
   fs::copy_file(fs::path(MARROW_SOURCE_DIR) / "samples/aspose_SampleOstFile.ost", copy);
   StoreReader reader;
+  RecoveryState state;
   MemoryTree tree;
   ScanRequest request;
   request.sourcePath = copy.string();
-  ASSERT_TRUE(StartScan(reader, tree, tree.AddRoot(copy.string(), 9), request).opened);
+  ASSERT_TRUE(StartScan(reader, state, tree, tree.AddRoot(copy.string(), 9), request).opened);
   auto first = [&](const std::string& folder) {
-    for (const FolderRecord& f : reader.folders) {
+    for (const FolderRecord& f : state.folders) {
       std::vector<FolderItem> items;
       if (f.name == folder)
-        ForEachFolderItem(reader, f.nodeId, 1, [&](const FolderItem& i) { items.push_back(i); });
+        ForEachFolderItem(reader, state, f.nodeId, 1, [&](const FolderItem& i) { items.push_back(i); });
       if (!items.empty()) return items.front();
     }
     return FolderItem{};

@@ -12,6 +12,7 @@
 #include "saving/save_all_stores.h"
 #include "saving/save_pipeline.h"
 #include "store/memory_tree.h"
+#include "store/recovery_state.h"
 #include "store/start_scan.h"
 #include "store/store_reader.h"
 #include "tests/support/test_data.h"
@@ -32,11 +33,13 @@ std::set<std::string> Names(const fs::path& dir) {
   return names;
 }
 
-std::vector<FolderItem> ItemsOf(StoreReader& reader, const std::string& folder) {
+std::vector<FolderItem> ItemsOf(StoreReader& reader, const RecoveryState& state,
+                                const std::string& folder) {
   std::vector<FolderItem> items;
-  for (const FolderRecord& f : reader.folders) {
+  for (const FolderRecord& f : state.folders) {
     if (f.name == folder)
-      ForEachFolderItem(reader, f.nodeId, 1, [&](const FolderItem& i) { items.push_back(i); });
+      ForEachFolderItem(reader, state, f.nodeId, 1,
+                        [&](const FolderItem& i) { items.push_back(i); });
   }
   return items;
 }
@@ -52,7 +55,8 @@ class SaveWalk : public ::testing::Test {
 
   // Recovers a copy of the bundled sample into `tree`, everything checked.
   // `folder` keeps copies of one name apart: each reader locks its file.
-  TreeItem Recover(StoreReader& reader, MemoryTree& tree, const std::string& folder = ".") {
+  TreeItem Recover(StoreReader& reader, RecoveryState& state, MemoryTree& tree,
+                   const std::string& folder = ".") {
     fs::create_directories(dir_ / folder);
     const fs::path copy = dir_ / folder / "Sample.ost";
     fs::copy_file(fs::path(MARROW_SOURCE_DIR) / "samples/aspose_SampleOstFile.ost", copy,
@@ -60,7 +64,7 @@ class SaveWalk : public ::testing::Test {
     const TreeItem root = tree.AddRoot(copy.string(), 9);
     ScanRequest request;
     request.sourcePath = copy.string();
-    EXPECT_TRUE(StartScan(reader, tree, root, request).opened);
+    EXPECT_TRUE(StartScan(reader, state, tree, root, request).opened);
     tree.SetCheckedBelow(root, true);
     return root;
   }
@@ -87,9 +91,9 @@ class SaveWalk : public ::testing::Test {
     return options;
   }
 
-  SaveEnd Save(StoreReader& reader, MemoryTree& tree, TreeItem root, const MemoryProfile& profile,
-               OutputKind kind, std::uint64_t failOn = 0) {
-    SavePipeline pipeline(reader, tree, root, profile);
+  SaveEnd Save(StoreReader& reader, const RecoveryState& state, MemoryTree& tree, TreeItem root,
+               const MemoryProfile& profile, OutputKind kind, std::uint64_t failOn = 0) {
+    SavePipeline pipeline(reader, state, tree, root, profile);
     pipeline.SetConversion(FakeConversion(failOn));
     return pipeline.SaveStore(Options(kind));
   }
@@ -99,12 +103,13 @@ class SaveWalk : public ::testing::Test {
 
 TEST_F(SaveWalk, EmlAndMboxFilesPerFolderUnderTheStoresOwnFolder) {
   StoreReader reader;
+  RecoveryState state;
   MemoryTree tree;
-  const TreeItem root = Recover(reader, tree);
+  const TreeItem root = Recover(reader, state, tree);
   MemoryProfile profile;
   // The second item of Inbox/sub1 fails: its number stays unused.
-  const SaveEnd end =
-      Save(reader, tree, root, profile, kOutputEml, ItemsOf(reader, "sub1").at(1).nodeId);
+  const std::uint64_t failing = ItemsOf(reader, state, "sub1").at(1).nodeId;
+  const SaveEnd end = Save(reader, state, tree, root, profile, kOutputEml, failing);
   ASSERT_FALSE(end.failed) << end.message;
   EXPECT_EQ(end.destination, (dir_ / "out" / "Sample.ost").string() + "/");
   // The top folder "IPM_SUBTREE" is left out of every path; the mailbox root is not a top folder.
@@ -118,7 +123,7 @@ TEST_F(SaveWalk, EmlAndMboxFilesPerFolderUnderTheStoresOwnFolder) {
   EXPECT_EQ(end.itemsWritten, 101u);
 
   // MBOX: one file per folder inside its folder, even an empty one.
-  const SaveEnd mbox = Save(reader, tree, root, profile, kOutputMbox);
+  const SaveEnd mbox = Save(reader, state, tree, root, profile, kOutputMbox);
   ASSERT_FALSE(mbox.failed) << mbox.message;
   const std::string text = ReadFile(fs::path(mbox.destination) / "Inbox/sub2/sub2.MBOX");
   std::size_t messages = 0;
@@ -131,20 +136,21 @@ TEST_F(SaveWalk, EmlAndMboxFilesPerFolderUnderTheStoresOwnFolder) {
 
 TEST_F(SaveWalk, LostItemModesAndCheckMarks) {
   StoreReader reader;
+  RecoveryState state;
   MemoryTree tree;
-  const TreeItem root = Recover(reader, tree);
+  const TreeItem root = Recover(reader, state, tree);
   for (const auto& [mode, written] : {std::pair{1, 102u}, {2, 92u}, {3, 10u}}) {
     MemoryProfile profile;
     profile.ints[kSaveDeletedKey] = mode;
-    EXPECT_EQ(Save(reader, tree, root, profile, kOutputEml).itemsWritten, written) << mode;
+    EXPECT_EQ(Save(reader, state, tree, root, profile, kOutputEml).itemsWritten, written) << mode;
   }
   // Only checked folders are saved; a checked child of an unchecked parent
   // keeps its full path.
   tree.SetCheckedBelow(root, false);
-  for (const FolderRecord& f : reader.folders) {
+  for (const FolderRecord& f : state.folders) {
     if (f.name == "sub2") tree.SetChecked(f.treeItem, true);
   }
-  const SaveEnd end = Save(reader, tree, root, MemoryProfile(), kOutputEml);
+  const SaveEnd end = Save(reader, state, tree, root, MemoryProfile(), kOutputEml);
   EXPECT_EQ(end.itemsWritten, 31u);
   EXPECT_TRUE(fs::is_regular_file(fs::path(end.destination) / "Inbox/sub2/31.eml"));
   EXPECT_FALSE(fs::exists(fs::path(end.destination) / "Inbox/1.eml"));
@@ -152,8 +158,9 @@ TEST_F(SaveWalk, LostItemModesAndCheckMarks) {
 
 TEST_F(SaveWalk, HostileFolderNamesStayInsideTheDestination) {
   StoreReader reader;
-  reader.sourcePath =
-      (dir_ / "../evil.ost").string();  // the store's folder takes the file name alone
+  RecoveryState state;
+  // The store's folder takes the file name alone; no file is behind it.
+  reader.OpenSource(nullptr, (dir_ / "../evil.ost").string());
   MemoryTree tree;
   const TreeItem root = tree.AddRoot("store", 9);
   const std::vector<std::string> names = {"..", "../../escape", std::string("nul\0here", 8),
@@ -161,10 +168,10 @@ TEST_F(SaveWalk, HostileFolderNamesStayInsideTheDestination) {
   for (std::size_t i = 0; i < names.size(); ++i) {
     const TreeItem item = tree.InsertSorted(root, names[i], 10);
     tree.SetChecked(item, true);
-    reader.folders.push_back({names[i], "IPF.Note", 0x8000 + 0x20 * i + 2, 0, 0, item});
+    state.folders.push_back({names[i], "IPF.Note", 0x8000 + 0x20 * i + 2, 0, 0, item});
   }
   const MemoryProfile profile;
-  const SaveEnd end = Save(reader, tree, root, profile, kOutputEml);
+  const SaveEnd end = Save(reader, state, tree, root, profile, kOutputEml);
   // The 300-character name makes a path too long: the walk ends with the text.
   EXPECT_TRUE(end.failed);
   EXPECT_TRUE(end.message.starts_with(
@@ -175,7 +182,7 @@ TEST_F(SaveWalk, HostileFolderNamesStayInsideTheDestination) {
 
   // An MBOX file is named by the folder's own label: one with "/" fails to
   // open and ends the walk, without writing anywhere.
-  EXPECT_TRUE(Save(reader, tree, root, profile, kOutputMbox).failed);
+  EXPECT_TRUE(Save(reader, state, tree, root, profile, kOutputMbox).failed);
   EXPECT_EQ(Names(dir_), std::set<std::string>{"out"});
 }
 
@@ -184,10 +191,11 @@ TEST_F(SaveWalk, HostileFolderNamesStayInsideTheDestination) {
 // and is asked once per item what it wants besides the MIME file.
 TEST_F(SaveWalk, AWriterReceivesTheFoldersAndNumberedItemsOfTheWalk) {
   StoreReader reader;
+  RecoveryState state;
   MemoryTree tree;
-  const TreeItem root = Recover(reader, tree);
+  const TreeItem root = Recover(reader, state, tree);
   tree.SetCheckedBelow(root, false);
-  for (const FolderRecord& f : reader.folders) {
+  for (const FolderRecord& f : state.folders) {
     if (f.name == "sub1" || f.name == "sub2") tree.SetChecked(f.treeItem, true);
   }
   struct Recorder : ItemWriter {
@@ -204,8 +212,8 @@ TEST_F(SaveWalk, AWriterReceivesTheFoldersAndNumberedItemsOfTheWalk) {
     void EndRun() override { events.push_back("end"); }
   } writer;
   MemoryProfile profile;
-  SavePipeline pipeline(reader, tree, root, profile);
-  const std::uint64_t failOn = ItemsOf(reader, "sub1").at(1).nodeId;
+  SavePipeline pipeline(reader, state, tree, root, profile);
+  const std::uint64_t failOn = ItemsOf(reader, state, "sub1").at(1).nodeId;
   const ItemConversion fake = FakeConversion(failOn);
   int wanted = 0;
   pipeline.SetConversion([&](const FolderItem& item, const SaveFilter* filter, const ItemWants& wants) {
@@ -221,7 +229,7 @@ TEST_F(SaveWalk, AWriterReceivesTheFoldersAndNumberedItemsOfTheWalk) {
   for (const auto& [name, rel] : {std::pair{"sub1", "Inbox/sub1/"}, {"sub2", "Inbox/sub2/"}}) {
     expected.push_back("begin " + end.destination + rel + " " + name);
     std::uint32_t number = 0;
-    for (const FolderItem& item : ItemsOf(reader, name)) {
+    for (const FolderItem& item : ItemsOf(reader, state, name)) {
       ++number;
       ++items;
       if (item.nodeId != failOn) expected.push_back(rel + std::to_string(number) + " " + std::to_string(item.nodeId));
@@ -238,16 +246,18 @@ TEST_F(SaveWalk, AWriterReceivesTheFoldersAndNumberedItemsOfTheWalk) {
 // destination itself, with no filter and no lost-item text.
 TEST_F(SaveWalk, ChosenItemsNumberedPerFolderInTheOrderChosen) {
   StoreReader reader;
+  RecoveryState state;
   MemoryTree tree;
-  const TreeItem root = Recover(reader, tree);
-  const std::vector<FolderItem> inbox = ItemsOf(reader, "Inbox"), sub1 = ItemsOf(reader, "sub1");
+  const TreeItem root = Recover(reader, state, tree);
+  const std::vector<FolderItem> inbox = ItemsOf(reader, state, "Inbox");
+  const std::vector<FolderItem> sub1 = ItemsOf(reader, state, "sub1");
   ASSERT_GE(inbox.size(), 2u);
   ASSERT_GE(sub1.size(), 2u);
   auto chosen = [](const std::string& folder, const FolderItem& i) {
     return ChosenItem{folder, i.dataBlock, i.nodeId, i.subnodeBlock};
   };
   MemoryProfile profile;
-  SavePipeline pipeline(reader, tree, root, profile);
+  SavePipeline pipeline(reader, state, tree, root, profile);
   std::vector<std::uint64_t> order;
   const ItemConversion fake = FakeConversion();
   pipeline.SetConversion([&](const FolderItem& item, const SaveFilter* filter, const ItemWants& wants) {
@@ -280,23 +290,25 @@ TEST_F(SaveWalk, ChosenItemsNumberedPerFolderInTheOrderChosen) {
 // routes this build cannot write yet refused without writing.
 TEST_F(SaveWalk, AllStoresInOrderWithTheirOwnFolders) {
   StoreReader first, second, unchecked, pending;
+  RecoveryState firstState, secondState, uncheckedState, pendingState;
   MemoryTree firstTree, secondTree, uncheckedTree, pendingTree;
-  const TreeItem firstRoot = Recover(first, firstTree, "a");
-  const TreeItem secondRoot = Recover(second, secondTree, "b");
-  const TreeItem uncheckedRoot = Recover(unchecked, uncheckedTree, "c");
-  const TreeItem pendingRoot = Recover(pending, pendingTree, "d");
+  const TreeItem firstRoot = Recover(first, firstState, firstTree, "a");
+  const TreeItem secondRoot = Recover(second, secondState, secondTree, "b");
+  const TreeItem uncheckedRoot = Recover(unchecked, uncheckedState, uncheckedTree, "c");
+  const TreeItem pendingRoot = Recover(pending, pendingState, pendingTree, "d");
   uncheckedTree.SetCheckedBelow(uncheckedRoot, false);
   MemoryProfile profile;
-  SavePipeline a(first, firstTree, firstRoot, profile), b(second, secondTree, secondRoot, profile),
-      c(unchecked, uncheckedTree, uncheckedRoot, profile),
-      d(pending, pendingTree, pendingRoot, profile);
+  SavePipeline a(first, firstState, firstTree, firstRoot, profile),
+      b(second, secondState, secondTree, secondRoot, profile),
+      c(unchecked, uncheckedState, uncheckedTree, uncheckedRoot, profile),
+      d(pending, pendingState, pendingTree, pendingRoot, profile);
   for (SavePipeline* p : {&a, &b, &c, &d}) p->SetConversion(FakeConversion());
   std::vector<std::string> scanned;
   const SaveAllEnd end =
-      SaveAllStores({&a, &c, &b}, Options(kOutputEml), {pending.sourcePath, "/nowhere/x.ost"},
+      SaveAllStores({&a, &c, &b}, Options(kOutputEml), {pending.SourcePath(), "/nowhere/x.ost"},
                     [&](const std::string& path) -> SavePipeline* {
                       scanned.push_back(path);
-                      return path == pending.sourcePath ? &d : nullptr;
+                      return path == pending.SourcePath() ? &d : nullptr;
                     });
   EXPECT_FALSE(end.cancelled);
   EXPECT_EQ(end.text, "") << "the caller shows the location";
@@ -304,7 +316,7 @@ TEST_F(SaveWalk, AllStoresInOrderWithTheirOwnFolders) {
   EXPECT_EQ(end.stores[0].destination, (dir_ / "out/Sample.ost").string() + "/");
   EXPECT_EQ(end.stores[1].destination, (dir_ / "out/Sample.ost(1)").string() + "/");
   EXPECT_EQ(end.stores[2].destination, (dir_ / "out/Sample.ost(2)").string() + "/");
-  EXPECT_EQ(scanned, (std::vector<std::string>{pending.sourcePath, "/nowhere/x.ost"}));
+  EXPECT_EQ(scanned, (std::vector<std::string>{pending.SourcePath(), "/nowhere/x.ost"}));
 
   // The store item alone, checked, counts only when its text is not the path.
   uncheckedTree.SetChecked(uncheckedRoot, true);
@@ -349,6 +361,7 @@ TEST_F(SaveWalk, AllStoresInOrderWithTheirOwnFolders) {
 
 TEST(SavePaths, RelativePathLeavesOutTopFoldersAndTheChosenRoot) {
   StoreReader reader;
+  RecoveryState state;
   MemoryTree tree;
   const TreeItem root = tree.AddRoot("store", 9);
   const TreeItem top = tree.InsertSorted(root, "Top of Outlook data file", 10);
@@ -356,7 +369,7 @@ TEST(SavePaths, RelativePathLeavesOutTopFoldersAndTheChosenRoot) {
   const TreeItem mail = tree.InsertSorted(nameless, "Mail", 10);
   const TreeItem inbox = tree.InsertSorted(mail, "In/box", 10);
   MemoryProfile profile;
-  SavePipeline p(reader, tree, root, profile);
+  SavePipeline p(reader, state, tree, root, profile);
   std::vector<std::string> names;
   EXPECT_EQ(p.RelativePath(inbox, &names), "Mail/In_box/");
   EXPECT_EQ(names, (std::vector<std::string>{"Mail", "In/box"}));

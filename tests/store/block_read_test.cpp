@@ -45,8 +45,7 @@ Buf Tree(StoreReader& r, std::uint64_t id, std::size_t limit = SIZE_MAX) {
 
 TEST(Vote, StrictMajorityElseTheFallbackOrTheLatest) {
   StoreReader r;
-  r.noneVotes = 3;
-  r.permuteVotes = 3;
+  r.SetVotes({.none = 3, .permute = 3});
   r.UpdateCryptMethod(1);
   EXPECT_EQ(r.CryptMethod(), 1) << "a tie takes the fallback";
   Buf plain = Heap(64, 1);
@@ -55,8 +54,7 @@ TEST(Vote, StrictMajorityElseTheFallbackOrTheLatest) {
 
   // A cyclic block while none and permute are level: nobody leads, so the method just seen wins.
   StoreReader t;
-  t.noneVotes = 3;
-  t.permuteVotes = 3;
+  t.SetVotes({.none = 3, .permute = 3});
   Buf cyclic = Encoded(Heap(64, 2), 0x44, kCryptCyclic);
   t.NormalizeBlock(cyclic, 0x44, nullptr);
   EXPECT_EQ(t.CryptMethod(), kCryptCyclic);
@@ -73,7 +71,8 @@ TEST(Vote, StrictMajorityElseTheFallbackOrTheLatest) {
   EXPECT_EQ(junk, (Buf{0x00, 0x11, 0x22, 0x33, 0x44}));
   Buf tiny = {0xEC};
   u.NormalizeBlock(tiny, 0x40, nullptr);
-  EXPECT_EQ(u.noneVotes + u.permuteVotes + u.cyclicVotes, 0) << "under two bytes nothing is tried";
+  const CryptVotes& votes = u.Votes();
+  EXPECT_EQ(votes.none + votes.permute + votes.cyclic, 0) << "under two bytes nothing is tried";
 }
 
 TEST(Normalize, IndexBlockJoinsItsChildrenAndClosesGaps) {
@@ -92,7 +91,7 @@ TEST(Normalize, IndexBlockJoinsItsChildrenAndClosesGaps) {
   EXPECT_EQ(segments[0].length, 600u);
   EXPECT_EQ(segments[1].start, 600u);
   EXPECT_EQ(segments[1].length, 400u);
-  EXPECT_EQ(r->permuteVotes, 1) << "the join votes once";
+  EXPECT_EQ(r->Votes().permute, 1) << "the join votes once";
   EXPECT_TRUE(std::filesystem::is_empty(dir.Dir())) << "the scratch file is removed";
 }
 

@@ -99,7 +99,7 @@ TEST(PropertyList, LargeSubnodeValuesSpillToFilesOwnedByTheBag) {
     EXPECT_EQ(Buf(value->data.begin(), value->data.begin() + value->size), body);
     EXPECT_EQ(filesLeft(), 0);
   }
-  r->valueMemoryLimit = 16;
+  r->SetValueMemoryLimit(16);
   {
     const PropertyBag bag = Read(*r, list, false, subnodes);
     const PropertyValue* value = bag.Find(0x1000);
@@ -242,12 +242,12 @@ TEST(NameMap, EntriesNeedAGuidFromTheStreamAndANumericNameAbove0x8000) {
   s.Nodes({{0x21, 0x44, 0, 0}, {0x61, 0x40, 0, 0}});
   auto r = s.Open();
   r->LoadNameMap();
-  ASSERT_EQ(r->namedProperties.size(), 2u);
-  EXPECT_EQ(r->namedProperties[0].numericName, 0x8501u);
-  EXPECT_EQ(r->namedProperties[0].propId, 0x8000);
-  EXPECT_EQ(r->namedProperties[0].guidText, "{00062008-0000-0000-c000-000000000046}");
-  EXPECT_EQ(r->namedProperties[1].propId, 0x8005);
-  EXPECT_EQ(r->namedProperties[1].guidText, "{04030201-0605-0807-090a-0b0c0d0e0f10}");
+  ASSERT_EQ(r->NamedProperties().size(), 2u);
+  EXPECT_EQ(r->NamedProperties()[0].numericName, 0x8501u);
+  EXPECT_EQ(r->NamedProperties()[0].propId, 0x8000);
+  EXPECT_EQ(r->NamedProperties()[0].guidText, "{00062008-0000-0000-c000-000000000046}");
+  EXPECT_EQ(r->NamedProperties()[1].propId, 0x8005);
+  EXPECT_EQ(r->NamedProperties()[1].guidText, "{04030201-0605-0807-090a-0b0c0d0e0f10}");
 }
 
 }  // namespace

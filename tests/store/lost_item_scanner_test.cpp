@@ -12,28 +12,37 @@
 #include "store/lost_item_scanner.h"
 #include "store/scan_block_index.h"
 #include "store/store_reader.h"
+#include "tests/support/store_builder.h"
 #include "tests/support/test_data.h"
 #include "tests/support/store_builder.h"
 
 namespace marrow {
 namespace {
 
-using test::Column;
 using test::Form;
 using test::StoreBuilder;
 using Ids = std::vector<std::uint64_t>;
+
+// One field of every scanned row, in list order.
+template <typename Row, typename Field>
+Ids Column(ScanRowList<Row>& rows, Field Row::*field) {
+  Ids out;
+  rows.Rewind();
+  Row row;
+  while (rows.Next(row)) out.push_back(row.*field);
+  return out;
+}
 
 // Every row of an id, in list order: its offsets and sizes.
 using Rows = std::map<std::uint64_t, std::pair<Ids, Ids>>;
 
 Rows ReadRows(LostItemScanner& scan) {
   Rows rows;
-  const Ids ids = Column(scan.blockIds), offsets = Column(scan.blockOffsets);
-  scan.blockSizes.Rewind();
-  std::uint16_t size = 0;
-  for (std::size_t i = 0; i < ids.size() && scan.blockSizes.Next(&size); ++i) {
-    rows[ids[i]].first.push_back(offsets[i]);
-    rows[ids[i]].second.push_back(size);
+  scan.blocks.Rewind();
+  ScannedBlockRow row;
+  while (scan.blocks.Next(row)) {
+    rows[row.blockId].first.push_back(row.fileOffset);
+    rows[row.blockId].second.push_back(row.size);
   }
   return rows;
 }
@@ -110,18 +119,16 @@ TEST(Scanner, RealStoresGiveEveryIndexedBlockAndNodeRowAndFindThemAgain) {
                                   << " indexed blocks not in the scan";
 
     std::set<std::uint64_t> scanned;
-    for (std::uint64_t id : Column(scan.folders.nodeId)) scanned.insert(id);
-    for (std::uint64_t id : Column(scan.messages.nodeId)) scanned.insert(id);
+    for (std::uint64_t id : Column(scan.folders, &ScannedNodeRow::nodeId)) scanned.insert(id);
+    for (std::uint64_t id : Column(scan.messages, &ScannedNodeRow::nodeId)) scanned.insert(id);
     std::size_t absent = 0;
     VisitedSet pages;
-    reader->ForEachNodeEntry(reader->nodeRootOffset, pages, [&](const NodeEntry& e) {
+    reader->ForEachNodeEntry(reader->NodeRoot(), pages, [&](const NodeEntry& e) {
       const std::uint32_t kind = e.nodeId & kNodeTypeMask;
       if (kind == kNodeTypeFolder || kind == kNodeTypeMessage)
         absent += scanned.count(e.nodeId) == 0;
     });
     EXPECT_EQ(absent, 0u) << "indexed folder and message rows the scan missed";
-    EXPECT_EQ(scan.folders.nodeId.RecordCount(), scan.folders.mark.RecordCount());
-    EXPECT_EQ(scan.messages.parent.RecordCount(), scan.messages.mark.RecordCount());
 
     // Look-ups through the scanner, which keeps its own index, and through a
     // fresh index with short runs, so that real ids also go through the merge.
@@ -140,7 +147,7 @@ TEST(Scanner, RealStoresGiveEveryIndexedBlockAndNodeRowAndFindThemAgain) {
       }
     }
     ScanBlockIndex shortRuns(97, 5);
-    ASSERT_TRUE(shortRuns.Update(scan.blockIds, scan.blockOffsets, scan.blockSizes));
+    ASSERT_TRUE(shortRuns.Update(scan.blocks));
     ExpectSameAnswers(shortRuns, rows, probes);
   }
 }
@@ -157,10 +164,10 @@ TEST(Scanner, NodeRowsBehindTheCountAndRepeats) {
   reader.OpenSource(b.Source());
   LostItemScanner scan(reader);
   scan.ScanFile();
-  EXPECT_EQ(Column(scan.folders.nodeId), Ids{0x22});
+  EXPECT_EQ(Column(scan.folders, &ScannedNodeRow::nodeId), Ids{0x22});
   // Two equal rows in a row give one entry; the same row on another page gives another.
-  EXPECT_EQ(Column(scan.messages.nodeId), (Ids{0x44, 0x64, 0x64}));
-  EXPECT_EQ(Column(scan.messages.parent), (Ids{0x22, 0x22, 0x22}));
+  EXPECT_EQ(Column(scan.messages, &ScannedNodeRow::nodeId), (Ids{0x44, 0x64, 0x64}));
+  EXPECT_EQ(Column(scan.messages, &ScannedNodeRow::parent), (Ids{0x22, 0x22, 0x22}));
 }
 
 TEST(Scanner, BlockLeafRowsOfADeepWalkIncludeThoseBehindTheCount) {
@@ -173,16 +180,16 @@ TEST(Scanner, BlockLeafRowsOfADeepWalkIncludeThoseBehindTheCount) {
   LostItemScanner scan(reader);
   scan.ExtractBlockRows(reader.ReadAt(0x4000, 512));
   // Every slot of the leaf is read: the three rows, then the empty slots.
-  const Ids ids = Column(scan.blockIds);
+  const Ids ids = Column(scan.blocks, &ScannedBlockRow::blockId);
   ASSERT_EQ(ids.size(), 488u / 24);
   EXPECT_EQ(Ids(ids.begin(), ids.begin() + 4), (Ids{0x104, 0x108, 0x10C, 0}));
-  EXPECT_EQ(Column(scan.blockOffsets)[2], 0x5400u);
+  EXPECT_EQ(Column(scan.blocks, &ScannedBlockRow::fileOffset)[2], 0x5400u);
   std::uint64_t offset = 0, size = 0;
   ASSERT_TRUE(scan.ScanFindBlock(0x10C, offset, size));
   EXPECT_EQ(size, 300u);
   LostItemScanner branch(reader);
   branch.ExtractBlockRows(reader.ReadAt(0x4200, 512));
-  EXPECT_EQ(branch.blockIds.RecordCount(), 0u) << "a branch page of the block index gives nothing";
+  EXPECT_EQ(branch.blocks.RecordCount(), 0u) << "a branch page of the block index gives nothing";
 }
 
 TEST(Scanner, BlockTrailersBySignatureOrChecksum) {
@@ -207,7 +214,7 @@ TEST(Scanner, BlockTrailersBySignatureOrChecksum) {
   reader.OpenSource(b.Source());
   LostItemScanner scan(reader);
   scan.ScanFile();
-  EXPECT_EQ(Column(scan.blockIds), (Ids{0x104, 0x108}));
+  EXPECT_EQ(Column(scan.blocks, &ScannedBlockRow::blockId), (Ids{0x104, 0x108}));
   std::uint64_t offset = 0, size = 0;
   ASSERT_TRUE(scan.ScanFindBlock(0x108, offset, size));
   EXPECT_EQ(offset, 0x4200u);
@@ -223,10 +230,9 @@ TEST(ScanBlockIndex, ManyRepeatsAcrossRunsAndFences) {
     for (std::size_t i = 0; i < n; ++i) {
       // A small id range, so that runs of one id cross both the sorted runs and the fence
       // stretches.
-      scan.blockIds.AppendU64(4 * (random() % 400) + (i % 3 == 0 ? 0x7FFFFFFFFFFFFF00ull : 0));
-      scan.blockOffsets.AppendU64(random() % 0x100000000ull);
-      const std::uint16_t size = static_cast<std::uint16_t>(random());
-      scan.blockSizes.Append(&size);
+      const std::uint64_t id = 4 * (random() % 400) + (i % 3 == 0 ? 0x7FFFFFFFFFFFFF00ull : 0);
+      const std::uint64_t offset = random() % 0x100000000ull;
+      scan.blocks.Append({id, offset, static_cast<std::uint16_t>(random())});
     }
   };
   Ids probes{0, 1, 3, 0xFFFFFFFFFFFFFFFFull};
@@ -235,17 +241,17 @@ TEST(ScanBlockIndex, ManyRepeatsAcrossRunsAndFences) {
     probes.push_back(4 * k + 0x7FFFFFFFFFFFFF00ull);
   }
   ScanBlockIndex empty;
-  EXPECT_TRUE(empty.Update(scan.blockIds, scan.blockOffsets, scan.blockSizes));
+  EXPECT_TRUE(empty.Update(scan.blocks));
   std::uint64_t o = 0, s = 0;
   EXPECT_FALSE(empty.Find(8, o, s));
 
   ScanBlockIndex index(301, 7);
   append(5000);
-  ASSERT_TRUE(index.Update(scan.blockIds, scan.blockOffsets, scan.blockSizes));
+  ASSERT_TRUE(index.Update(scan.blocks));
   ExpectSameAnswers(index, ReadRows(scan), probes);
   // Rows appended later (a retry's scan) are taken in at the next update.
   append(777);
-  ASSERT_TRUE(index.Update(scan.blockIds, scan.blockOffsets, scan.blockSizes));
+  ASSERT_TRUE(index.Update(scan.blocks));
   ExpectSameAnswers(index, ReadRows(scan), probes);
 }
 

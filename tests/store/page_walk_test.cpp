@@ -26,17 +26,15 @@ std::unique_ptr<StoreReader> Open(const StoreBuilder& b) {
 }
 
 Ids FolderIds(StoreReader& r) {
-  r.folderRows.clear();
-  r.BuildFolderRows();
   Ids ids;
-  for (const FolderRow& row : r.folderRows) ids.push_back(row.nodeId);
+  for (const FolderRow& row : r.ReadFolderRows()) ids.push_back(row.nodeId);
   return ids;
 }
 
 Ids Messages(StoreReader& r, std::uint64_t folder) {
   Ids ids;
   VisitedSet visited;
-  r.ListNodeChildren(r.nodeRootOffset, folder, visited,
+  r.ListNodeChildren(r.NodeRoot(), folder, visited,
                      [&](std::uint64_t, std::uint64_t id, std::uint64_t) { ids.push_back(id); });
   return ids;
 }
@@ -44,14 +42,14 @@ Ids Messages(StoreReader& r, std::uint64_t folder) {
 Hit Node(StoreReader& r, std::uint64_t id) {
   VisitedSet v;
   std::uint64_t data = 0, sub = 0;
-  const bool found = r.FindNodeRow(r.nodeRootOffset, id, data, sub, v) == 1;
+  const bool found = r.FindNodeRow(r.NodeRoot(), id, data, sub, v) == 1;
   return {found, data, sub};
 }
 
 Hit Block(StoreReader& r, std::uint64_t id) {
   VisitedSet v;
   std::uint64_t offset = 0, size = 0;
-  const bool found = r.FindBlock(r.blockRootOffset, id, offset, size, v);
+  const bool found = r.FindBlock(r.BlockRoot(), id, offset, size, v);
   return {found, offset, size};
 }
 
@@ -106,7 +104,7 @@ TEST_P(EveryForm, CyclesInEitherIndexEnd) {
   EXPECT_FALSE(std::get<0>(Node(*r, 0x999)));
   VisitedSet v;
   std::uint64_t off = 0, size = 0;
-  EXPECT_FALSE(r->FindBlock(r->blockRootOffset, 0x40, off, size, v));
+  EXPECT_FALSE(r->FindBlock(r->BlockRoot(), 0x40, off, size, v));
   EXPECT_EQ(v.size(), 2u) << "each page read once";
 }
 
@@ -168,7 +166,8 @@ TEST(CheckPage, FullLeavesInTheSmallAndLargeForms) {
   large.Roots(0x4000, 0x5000);
   r = Open(large);
   EXPECT_EQ(FolderIds(*r).size(), 126u);
-  EXPECT_EQ(std::make_tuple(r->pageEntryCount, r->pageEntryMax, r->pageEntrySize, r->pageLevel),
+  const PageFields& last = r->LastLargePage();
+  EXPECT_EQ(std::make_tuple(last.count, last.max, last.size, last.level),
             std::make_tuple(126, 126, 32, 0));
 }
 
@@ -194,7 +193,7 @@ TEST(CheckPage, RealIndexPagesPassOnlyInTheirOwnForm) {
   }
 }
 
-TEST(Walks, StopWhenCancelledOrAskedToStopListing) {
+TEST(Walks, StopWhenCancelled) {
   struct CancelAfter : ProgressSink {
     int left;
     explicit CancelAfter(int n) : left(n) {}
@@ -216,8 +215,8 @@ TEST(Walks, StopWhenCancelledOrAskedToStopListing) {
   CancelAfter sink(17);
   r->SetProgressSink(&sink);
   EXPECT_EQ(FolderIds(*r).size(), 3u);
-  r->SetProgressSink(nullptr);
-  r->stopListing = true;
+  CancelAfter stopped(0);
+  r->SetProgressSink(&stopped);
   EXPECT_TRUE(Messages(*r, 0x122).empty());
 }
 
@@ -227,7 +226,7 @@ TEST(Walks, RootsOutsideTheFileFindNothing) {
   b.Roots(0x8000, 0xFFFFFFFF);
   auto r = Open(b);
   EXPECT_TRUE(FolderIds(*r).empty());
-  EXPECT_EQ(r->blockRootOffset, 0xFFFFFFFFFFFFFFFFull) << "32-bit roots are sign-extended";
+  EXPECT_EQ(r->BlockRoot(), 0xFFFFFFFFFFFFFFFFull) << "32-bit roots are sign-extended";
   EXPECT_FALSE(std::get<0>(Block(*r, 0x40)));
 }
 

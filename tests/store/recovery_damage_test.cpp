@@ -63,7 +63,7 @@ Result RecoverCopy(const test::TempFolder& dir, const Buf& bytes, const std::str
     out.names.insert(path.substr(path.rfind('/') + 1));
   }
   std::sort(out.paths.begin(), out.paths.end());
-  for (const FolderRecord& folder : r.reader->folders) {
+  for (const FolderRecord& folder : r.state.folders) {
     if (r.tree.Find(folder.treeItem) == nullptr) continue;
     ++out.folders;
     out.lostFolders += folder.isLost;
@@ -71,7 +71,7 @@ Result RecoverCopy(const test::TempFolder& dir, const Buf& bytes, const std::str
         folder.name == "Orphan Folder(s)" || folder.name.rfind("Orphan Folder_", 0) == 0;
     out.parentOf[folder.nodeId] = folder.parentId;
     std::size_t& count = out.messagesOf[folder.nodeId];
-    ForEachFolderItem(*r.reader, folder.nodeId, 1, [&](const FolderItem& item) {
+    ForEachFolderItem(*r.reader, r.state, folder.nodeId, 1, [&](const FolderItem& item) {
       ++count;
       ++(item.isLost ? out.lostMessages : out.indexMessages);
       out.messageBlocks.insert(item.dataBlock);
@@ -152,8 +152,8 @@ IndexMap MapIndexes(const Buf& bytes, const IndexMap* form = nullptr) {
     reader.OpenSource(std::make_unique<MemorySource>(bytes));
     map.isAnsi = reader.IsAnsi() != 0;
     map.isLargePage = reader.IsLargePage();
-    map.nodeRootOffset = reader.nodeRootOffset;
-    map.blockRootOffset = reader.blockRootOffset;
+    map.nodeRootOffset = reader.NodeRoot();
+    map.blockRootOffset = reader.BlockRoot();
   }
   map.pageSize = LayoutFor(map.isAnsi, map.isLargePage).pageSize;
   WalkIndex(bytes, map, map.nodeRootOffset, kPageTypeNodeIndex, map.nodePages, &map.rows);

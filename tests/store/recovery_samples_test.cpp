@@ -43,7 +43,7 @@ std::size_t CheckFolders(const test::Recovered& r,
   }
   std::set<std::uint64_t> ours;
   std::map<TreeItem, std::uint64_t> idOfItem;
-  for (const FolderRecord& f : r.reader->folders) {
+  for (const FolderRecord& f : r.state.folders) {
     idOfItem[f.treeItem] = f.nodeId;
     if (f.isLost) continue;
     EXPECT_TRUE(ours.insert(f.nodeId).second) << "two rows for 0x" << std::hex << f.nodeId;
@@ -55,7 +55,7 @@ std::size_t CheckFolders(const test::Recovered& r,
   }
   EXPECT_EQ(ours, expected);
   std::size_t compared = 0;
-  for (const FolderRecord& f : r.reader->folders) {
+  for (const FolderRecord& f : r.state.folders) {
     const auto want = parentOf.find(f.nodeId);
     if (f.isLost || want == parentOf.end()) continue;
     const TreeItem up = r.tree.Parent(f.treeItem);
@@ -97,8 +97,8 @@ std::size_t CheckScan(const std::string& store, const test::Recovered& r, StoreR
   };
   std::vector<LostRow> rows;
   int lostFolders = 0, orphans = 0;
-  for (const FolderRecord& f : r.reader->folders) {
-    ForEachFolderItem(*r.reader, f.nodeId, 1, [&](const FolderItem& item) {
+  for (const FolderRecord& f : r.state.folders) {
+    ForEachFolderItem(*r.reader, r.state, f.nodeId, 1, [&](const FolderItem& item) {
       if (item.isLost) rows.push_back({item.nodeId, item.dataBlock, item.subnodeBlock});
     });
     lostFolders += f.isLost && f.nodeId != kOrphanParentId && !IsOrphanChild(f);
@@ -108,9 +108,8 @@ std::size_t CheckScan(const std::string& store, const test::Recovered& r, StoreR
   // copies of folders the index still has, which the rebuild keeps once.
   EXPECT_EQ(lostFolders, 0);
   EXPECT_EQ(orphans, 0);
-  fresh.BuildFolderRows();
   std::set<std::uint64_t> indexFolders;
-  for (const FolderRow& row : fresh.folderRows) indexFolders.insert(row.nodeId);
+  for (const FolderRow& row : fresh.ReadFolderRows()) indexFolders.insert(row.nodeId);
   int pffMessages = 0;
   std::size_t named = 0;
   for (const PffItem& item : pff) {
@@ -136,10 +135,10 @@ std::size_t CheckScan(const std::string& store, const test::Recovered& r, StoreR
   for (const LostRow& row : rows) {
     VisitedSet a, b;
     std::uint64_t offset = 0, size = 0;
-    if (fresh.FindBlock(fresh.blockRootOffset, row.dataBlock, offset, size, a)) {
+    if (fresh.FindBlock(fresh.BlockRoot(), row.dataBlock, offset, size, a)) {
       ++moved;
     } else if (row.subnodeBlock != 0 &&
-               fresh.FindBlock(fresh.blockRootOffset, row.subnodeBlock, offset, size, b)) {
+               fresh.FindBlock(fresh.BlockRoot(), row.subnodeBlock, offset, size, b)) {
       ++sharedSubnode;
     }
   }
@@ -158,7 +157,7 @@ void CheckItemLists(const test::Recovered& r, StoreReader& fresh) {
   std::map<TreeItem, int> rowsOfItem;
   int orphanParents = 0;
   std::set<int> orphanNumbers;
-  for (const FolderRecord& f : r.reader->folders) {
+  for (const FolderRecord& f : r.state.folders) {
     SCOPED_TRACE(f.name);
     ASSERT_NE(r.tree.Find(f.treeItem), nullptr) << "a row without a live tree item";
     EXPECT_EQ(r.tree.Find(f.treeItem)->text, f.name);
@@ -170,14 +169,14 @@ void CheckItemLists(const test::Recovered& r, StoreReader& fresh) {
     }
     std::vector<std::pair<std::uint64_t, std::uint64_t>> index, listed;
     VisitedSet visited;
-    fresh.ListNodeChildren(fresh.nodeRootOffset, f.nodeId, visited,
+    fresh.ListNodeChildren(fresh.NodeRoot(), f.nodeId, visited,
                            [&](std::uint64_t data, std::uint64_t id, std::uint64_t) {
                              index.push_back({id, data});
                            });
     std::set<std::uint64_t> blocks;
     for (const auto& [id, data] : index) blocks.insert(data);
     std::size_t lost = 0;
-    ForEachFolderItem(*r.reader, f.nodeId, 1, [&](const FolderItem& item) {
+    ForEachFolderItem(*r.reader, r.state, f.nodeId, 1, [&](const FolderItem& item) {
       if (!item.isLost) {
         EXPECT_EQ(lost, 0u) << "an index message after a lost row";
         listed.push_back({item.nodeId, item.dataBlock});
@@ -194,7 +193,7 @@ void CheckItemLists(const test::Recovered& r, StoreReader& fresh) {
     ++items;
     EXPECT_EQ(rowsOfItem[item], 1) << "tree item " << r.tree.Find(item)->text;
   });
-  EXPECT_EQ(items, r.reader->folders.size());
+  EXPECT_EQ(items, r.state.folders.size());
   EXPECT_EQ(orphanParents, orphanNumbers.empty() ? 0 : 1);
   int next = 1;
   for (int n : orphanNumbers) EXPECT_EQ(n, next++) << "orphan folders are numbered without gaps";

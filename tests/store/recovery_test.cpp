@@ -117,7 +117,7 @@ struct Result : test::Recovered {
   }
   std::size_t Items(const std::string& path, bool lost) {
     std::size_t n = 0;
-    ForEachFolderItem(*reader, At(path).nodeId, 1,
+    ForEachFolderItem(*reader, state, At(path).nodeId, 1,
                       [&](const FolderItem& i) { n += i.isLost == lost; });
     return n;
   }
@@ -128,8 +128,7 @@ Result Recover(const Buf& bytes, bool raw = false, ProgressSink* sink = nullptr,
   auto reader = std::make_unique<StoreReader>();
   if (sink != nullptr) reader->SetProgressSink(sink);
   reader->OpenSource(std::make_unique<MemorySource>(bytes));
-  reader->rawMode = raw;
-  Result r(test::RecoverWith(std::move(reader), retryPass));
+  Result r(test::RecoverWith(std::move(reader), retryPass, raw));
   EXPECT_EQ(r.outcome.runs, 1);
   for (const auto& [path, item] : r.Paths()) {
     r.byPath[path] = r.RowOf(item);
@@ -261,7 +260,7 @@ TEST(Recovery, NothingUsableMakesUpNoStandardFolders) {
   SkippingSink cancel;
   cancel.cancelAtScan = true;
   const Result first = Recover(bytes, false, &cancel);
-  EXPECT_TRUE(first.reader->folders.empty());
+  EXPECT_TRUE(first.state.folders.empty());
   EXPECT_EQ(first.tree.FirstChild(first.root), 0u);
   // The whole run: the message's folder has no name, so it is an orphan's.
   Result all = Recover(bytes);
@@ -285,7 +284,7 @@ TEST(Recovery, LoopsStayOutOfTheTreeAndTopOfDataFileIsExpandedWithItsAncestors) 
   const std::string top = "/Outer/Middle/Top of Outlook data file";
   EXPECT_EQ(r.Shown(), (Texts{"/Elsewhere", "/Elsewhere/Elsewhere child", "/Outer", "/Outer/Middle",
                               top, top + "/Inner"}));
-  EXPECT_EQ(r.reader->folders.size(), 10u) << "the rows of the loop are kept, without tree items";
+  EXPECT_EQ(r.state.folders.size(), 10u) << "the rows of the loop are kept, without tree items";
   for (const std::string& open : Texts{"/Outer", "/Outer/Middle", top})
     EXPECT_TRUE(r.Node(open).expanded) << open;
   // A folder is expanded when a child is put under it, so only leaves stay closed.
@@ -298,15 +297,15 @@ TEST(Recovery, RepeatedIdsCannotBlowUpTheTree) {
   // child under every root: 500 roots x 500 children would be 250,500
   // items. The fill stops at four items a row (and a little more).
   StoreReader reader;
+  RecoveryState state;
   for (int i = 0; i < 500; ++i)
-    reader.folders.push_back({"Top", "IPF.Note", kTopOfFoldersId, 0, 0});
+    state.folders.push_back({"Top", "IPF.Note", kTopOfFoldersId, 0, 0});
   for (int i = 0; i < 500; ++i)
-    reader.folders.push_back({"Child", "IPF.Note", 0x8042, kTopOfFoldersId, 0});
-  reader.folders.push_back({"Deleted Items", "IPF.Note", kDeletedItemsId, 0, 0});
-  reader.snapshotMode = true;
+    state.folders.push_back({"Child", "IPF.Note", 0x8042, kTopOfFoldersId, 0});
+  state.folders.push_back({"Deleted Items", "IPF.Note", kDeletedItemsId, 0, 0});
   MemoryTree tree;
   const TreeItem root = tree.AddRoot("x", 9);
-  FolderRebuild(reader, tree, root).BuildTreeFromRows();
+  FolderRebuild(reader, state, tree, root).BuildTreeFromRows();
   std::size_t items = 0;
   tree.ForEachBelow(root, [&](TreeItem, int) { ++items; });
   EXPECT_EQ(items, 4 * 1001u + 1024);

@@ -83,7 +83,7 @@ TEST(SampleStores, FormVoteFoldersNamesAndClassesAgreeWithPffexport) {
       ourIds.insert(id);
       std::uint64_t listed = 0;
       VisitedSet visited;
-      reader->ListNodeChildren(reader->nodeRootOffset, id, visited,
+      reader->ListNodeChildren(reader->NodeRoot(), id, visited,
                                [&](std::uint64_t, std::uint64_t, std::uint64_t) { ++listed; });
       EXPECT_EQ(listed, f.messages)
           << "one-pass count differs from the listing of 0x" << std::hex << id;
@@ -127,7 +127,7 @@ TEST(SampleStores, EveryIndexedBlockIsFoundAndTheVoteOverAllFavoursTheHeader) {
     for (const auto& [id, entry] : first) {
       VisitedSet visited;
       std::uint64_t offset = 0, size = 0;
-      ASSERT_TRUE(reader->FindBlock(reader->blockRootOffset, id, offset, size, visited))
+      ASSERT_TRUE(reader->FindBlock(reader->BlockRoot(), id, offset, size, visited))
           << std::hex << id;
       EXPECT_EQ(offset, entry.fileOffset);
       EXPECT_EQ(size, entry.size);
@@ -150,13 +150,15 @@ TEST(SampleStores, EveryIndexedBlockIsFoundAndTheVoteOverAllFavoursTheHeader) {
     // Not every block is a heap: data whose third byte is 0xFF (R[0xEC]; JPEG
     // begins FF D8 FF) reads as a permuted heap in a store without encoding.
     // Even so the header's method keeps a clear majority.
-    const std::int64_t votes[] = {reader->noneVotes, reader->permuteVotes, reader->cyclicVotes};
+    const CryptVotes& v = reader->Votes();
+    const std::int64_t votes[] = {v.none, v.permute, v.cyclic};
+    const int cryptByte = reader->Header().cryptByte;
     for (int m = 0; m < 3; ++m) {
-      if (m != reader->cryptByte) {
-        EXPECT_GT(votes[reader->cryptByte], 10 * votes[m]) << "method " << m;
+      if (m != cryptByte) {
+        EXPECT_GT(votes[cryptByte], 10 * votes[m]) << "method " << m;
       }
     }
-    EXPECT_EQ(reader->CryptMethod(), reader->cryptByte);
+    EXPECT_EQ(reader->CryptMethod(), cryptByte);
   }
 }
 
@@ -178,9 +180,9 @@ TEST(SampleStores, NameMapsInEveryForm) {
     SCOPED_TRACE(store);
     auto reader = test::SampleReader(store);
     reader->LoadNameMap();
-    EXPECT_EQ(reader->namedProperties.size(), named);
+    EXPECT_EQ(reader->NamedProperties().size(), named);
     bool common = named == 0;
-    for (const NamedProperty& n : reader->namedProperties) {
+    for (const NamedProperty& n : reader->NamedProperties()) {
       EXPECT_GE(n.numericName, 0x8000u);
       EXPECT_GE(n.propId, 0x8000u);
       EXPECT_EQ(n.guidText.size(), 38u);
@@ -188,7 +190,7 @@ TEST(SampleStores, NameMapsInEveryForm) {
     }
     EXPECT_TRUE(common) << "the common property set is named";
     reader->LoadNameMap();
-    EXPECT_EQ(reader->namedProperties.size(), 2 * named) << "a second load appends";
+    EXPECT_EQ(reader->NamedProperties().size(), 2 * named) << "a second load appends";
   }
 }
 

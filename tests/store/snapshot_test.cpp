@@ -32,10 +32,10 @@ TEST(SnapshotFiles, LayoutIsFixedFieldsThenSections) {
   const ScanRequest request = Copy(dir, "pst/unicode/aspose_Outlook.pst");
   const test::Recovered s = test::ScanPath(request, dir.Path("temp/"));
   const std::string snap = dir.Path("layout.vorsnp");
-  WriteSnapshot(*s.reader, snap);
+  WriteSnapshot(*s.reader, s.state, snap);
   const Buf b = test::ReadFile<test::Buf>(snap);
-  StoreReader& r = *s.reader;
-  LostItemScanner& scan = r.Scanner();
+  const RecoveryState& r = s.state;
+  LostItemScanner& scan = s.reader->Scanner();
   auto u64 = [&](std::size_t at) { return ReadU64(b, at); };
 
   ASSERT_GT(b.size(), 1084u);
@@ -57,15 +57,15 @@ TEST(SnapshotFiles, LayoutIsFixedFieldsThenSections) {
     at += 32;
   }
   // Block rows: three values; scanned node rows: five, the mark first.
-  EXPECT_EQ(u64(at), scan.blockIds.RecordCount());
-  at += 8 + 24 * scan.blockIds.RecordCount();
-  EXPECT_EQ(u64(at), scan.folders.mark.RecordCount());
-  if (scan.folders.mark.RecordCount() > 0) {
+  EXPECT_EQ(u64(at), scan.blocks.RecordCount());
+  at += 8 + 24 * scan.blocks.RecordCount();
+  EXPECT_EQ(u64(at), scan.folders.RecordCount());
+  if (scan.folders.RecordCount() > 0) {
     EXPECT_EQ(u64(at + 8), 1u);
   }
-  at += 8 + 40 * scan.folders.mark.RecordCount();
-  EXPECT_EQ(u64(at), scan.messages.mark.RecordCount());
-  at += 8 + 40 * scan.messages.mark.RecordCount();
+  at += 8 + 40 * scan.folders.RecordCount();
+  EXPECT_EQ(u64(at), scan.messages.RecordCount());
+  at += 8 + 40 * scan.messages.RecordCount();
   ASSERT_EQ(u64(at), r.folders.size());
   at += 8;
   for (const FolderRecord& f : r.folders) {
@@ -83,9 +83,10 @@ TEST(SnapshotFiles, LayoutIsFixedFieldsThenSections) {
   // A snapshot cut short loads what it still holds, without complaint.
   const std::string cut = dir.Write("cut.vorsnp", Buf(b.begin(), b.begin() + 1084 + 32 * 3 + 5));
   StoreReader partial;
-  EXPECT_TRUE(ReadSnapshotBody(partial, cut));
-  EXPECT_EQ(partial.folderRows.size(), 3u);
-  EXPECT_EQ(partial.Scanner().blockIds.RecordCount(), 0u);
+  RecoveryState partialState;
+  EXPECT_TRUE(ReadSnapshotBody(partial, partialState, cut));
+  EXPECT_EQ(partialState.folderRows.size(), 3u);
+  EXPECT_EQ(partial.Scanner().blocks.RecordCount(), 0u);
 }
 
 TEST(SnapshotFiles, HeaderChecksComeInTheirOrder) {
@@ -125,13 +126,13 @@ TEST(SnapshotFiles, HeaderChecksComeInTheirOrder) {
 
   // A path longer than the field keeps its first 259 characters.
   StoreReader reader;
-  reader.sourcePath = std::string(300, 'p');
-  WriteSnapshot(reader, dir.Path("long.vorsnp"));
+  reader.OpenSource(nullptr, std::string(300, 'p'));  // names the source; no file behind it
+  WriteSnapshot(reader, RecoveryState(), dir.Path("long.vorsnp"));
   ASSERT_TRUE(fs::exists(dir.Path("long.vorsnp")));
   const Buf b = test::ReadFile<test::Buf>(dir.Path("long.vorsnp"));
   EXPECT_EQ(Utf16ToUtf8(b.data() + 4, 520), std::string(259, 'p'));
   // A snapshot that cannot be created leaves nothing behind.
-  WriteSnapshot(reader, dir.Path("no-such-dir/x.vorsnp"));
+  WriteSnapshot(reader, RecoveryState(), dir.Path("no-such-dir/x.vorsnp"));
   EXPECT_FALSE(fs::exists(dir.Path("no-such-dir")));
 }
 

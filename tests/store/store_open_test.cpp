@@ -25,8 +25,7 @@ TEST(OpenStore, TinyMissingAndFolderFiles) {
   ASSERT_TRUE(r.OpenStore(dir.Write("tiny.ost", std::vector<std::uint8_t>(100, 0))))
       << "a file of 100 bytes opens";
   EXPECT_EQ(r.IsAnsi(), 1);
-  r.BuildFolderRows();
-  EXPECT_TRUE(r.folderRows.empty());
+  EXPECT_TRUE(r.ReadFolderRows().empty());
 
   StoreReader missing;
   EXPECT_FALSE(missing.OpenStore("/nonexistent/file.ost"));

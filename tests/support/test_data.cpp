@@ -118,7 +118,7 @@ std::unique_ptr<StoreReader> SampleReader(const std::string& relative,
 std::map<std::uint32_t, NodeEntry> MessageNodes(StoreReader& reader) {
   std::map<std::uint32_t, NodeEntry> messages;
   VisitedSet pages;
-  reader.ForEachNodeEntry(reader.nodeRootOffset, pages, [&](const NodeEntry& e) {
+  reader.ForEachNodeEntry(reader.NodeRoot(), pages, [&](const NodeEntry& e) {
     if ((e.nodeId & kNodeTypeMask) == kNodeTypeMessage) messages.emplace(e.nodeId, e);
   });
   return messages;
@@ -158,18 +158,19 @@ std::vector<std::pair<std::string, TreeItem>> Recovered::Paths() const {
 }
 
 const FolderRecord* Recovered::RowOf(TreeItem item) const {
-  for (const FolderRecord& f : reader->folders) {
+  for (const FolderRecord& f : state.folders) {
     if (f.treeItem == item) return &f;
   }
   return nullptr;
 }
 
-Recovered RecoverWith(std::unique_ptr<StoreReader> reader, bool retryPass) {
+Recovered RecoverWith(std::unique_ptr<StoreReader> reader, bool retryPass, bool rawMode) {
   Recovered r;
   r.reader = std::move(reader);
+  r.state.rawMode = rawMode;
   r.root = r.tree.AddRoot("source", 9);
   r.outcome.opened = true;
-  r.outcome.runs = RecoverStore(*r.reader, r.tree, r.root, retryPass) ? 1 : 0;
+  r.outcome.runs = RecoverStore(*r.reader, r.state, r.tree, r.root, retryPass) ? 1 : 0;
   return r;
 }
 
@@ -177,7 +178,7 @@ Recovered ScanPath(const ScanRequest& request, const std::string& tempFolder) {
   Recovered r;
   r.reader = std::make_unique<StoreReader>(tempFolder);
   r.root = r.tree.AddRoot(request.sourcePath, 9);
-  r.outcome = StartScan(*r.reader, r.tree, r.root, request);
+  r.outcome = StartScan(*r.reader, r.state, r.tree, r.root, request);
   return r;
 }
 

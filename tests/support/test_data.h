@@ -21,6 +21,7 @@
 #include "store/disk_list.h"
 #include "store/memory_tree.h"
 #include "store/property_bag.h"
+#include "store/recovery_state.h"
 #include "store/start_scan.h"
 #include "store/store_reader.h"
 
@@ -92,6 +93,7 @@ std::vector<std::uint64_t> Column(DiskList& list);
 // A store recovered into a tree of its own, and that tree read back as paths.
 struct Recovered {
   std::unique_ptr<StoreReader> reader;
+  RecoveryState state;
   MemoryTree tree;
   TreeItem root = 0;
   ScanOutcome outcome;
@@ -102,7 +104,8 @@ struct Recovered {
   const FolderRecord* RowOf(TreeItem item) const;
 };
 // One run of the driver over a reader already open and set up.
-Recovered RecoverWith(std::unique_ptr<StoreReader> reader, bool retryPass = false);
+Recovered RecoverWith(std::unique_ptr<StoreReader> reader, bool retryPass = false,
+                      bool rawMode = false);
 // A scan started as the application starts one: by path, with the ladder.
 Recovered ScanPath(const ScanRequest& request, const std::string& tempFolder = {});
 
