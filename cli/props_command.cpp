@@ -32,7 +32,9 @@ int RunProps(const PropsArgs& args) {
   // Decimal, 0x hex or 0 octal, as strtoull reads them.
   char* end = nullptr;
   const std::uint64_t nodeId = std::strtoull(args.nodeText.c_str(), &end, 0);
-  if (args.nodeText.empty() || *end != '\0') throw CLI::ValidationError("NODEID", "not a number: " + args.nodeText);
+  if (args.nodeText.empty() || *end != '\0') {
+    throw CLI::ValidationError("NODEID", "not a number: " + args.nodeText);
+  }
 
   NodeProperties node;
   std::string error;
@@ -63,7 +65,8 @@ int RunProps(const PropsArgs& args) {
 
 Command AddProps(CLI::App& app) {
   auto args = std::make_shared<PropsArgs>();
-  CLI::App* command = app.add_subcommand("props", "the properties of one node, as the advanced property view shows them");
+  CLI::App* command =
+      app.add_subcommand("props", "the properties of one node, as the advanced property view shows them");
   command->add_option("FILE", args->path, "the store file")->required();
   command->add_option("NODEID", args->nodeText, "the node, decimal or 0x hex")->required();
   command->add_flag("--json", args->json, "print JSON");
