@@ -1,108 +1,78 @@
 // marrow-cli props FILE NODEID [--json] [--rtf OUT]
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <string>
-#include <vector>
 
 #include "cli/commands.h"
-#include "cli/json_writer.h"
-#include "content/property_names.h"
-#include "content/rtf_body.h"
-#include "content/value_format.h"
-#include "store/property_bag.h"
-#include "store/store_reader.h"
+#include "cli/json_print.h"
+#include "session/node_properties.h"
 
 namespace marrow::cli {
 namespace {
 
-constexpr const char* kUsage = "usage: marrow-cli props FILE NODEID [--json] [--rtf OUT]\n";
-// The advanced view leaves out this row.
-constexpr std::uint16_t kHiddenRow = 0x0E06;
-
-struct Row {
-  std::string tag, name, type, value;
+struct PropsArgs {
+  std::string path;
+  std::string nodeText;
+  std::string rtfOut;
+  bool json = false;
 };
 
-std::vector<Row> Rows(const PropertyBag& bag) {
-  std::vector<Row> rows;
-  for (const PropertyValue& v : bag.Values()) {
-    if (v.propId == kHiddenRow) continue;
-    rows.push_back({FormatTag(v.propId, v.propType), PropertyName(v.propId), TypeName(v.propType),
-                    FormatValue(bag, v.propId, v.propType)});
+void PrintJsonRows(std::uint64_t nodeId, const NodeProperties& node, const PropsArgs& args, bool rtfWritten) {
+  Json rows = Json::array();
+  for (const PropertyRow& r : node.rows) {
+    rows.push_back({{"tag", r.tag}, {"name", r.name}, {"type", r.type}, {"value", r.value}});
   }
-  return rows;
+  Json doc = {{"nodeId", nodeId}, {"properties", rows}};
+  if (!args.rtfOut.empty()) doc["rtfWritten"] = rtfWritten;
+  PrintJson(doc);
+}
+
+int RunProps(const PropsArgs& args) {
+  // Decimal, 0x hex or 0 octal, as strtoull reads them.
+  char* end = nullptr;
+  const std::uint64_t nodeId = std::strtoull(args.nodeText.c_str(), &end, 0);
+  if (args.nodeText.empty() || *end != '\0') {
+    throw CLI::ValidationError("NODEID", "not a number: " + args.nodeText);
+  }
+
+  NodeProperties node;
+  std::string error;
+  if (!ReadNodeProperties(args.path, nodeId, node, error)) {
+    std::fprintf(stderr, "marrow-cli: %s: %s\n", args.path.c_str(), error.c_str());
+    return 1;
+  }
+  if (!node.inIndex) {
+    std::fprintf(stderr, "marrow-cli: node 0x%llX is not in the node index\n", static_cast<unsigned long long>(nodeId));
+  }
+  bool rtfWritten = false;
+  if (!args.rtfOut.empty()) {
+    rtfWritten = WriteNodeRtf(node, args.rtfOut);
+    std::fprintf(stderr, rtfWritten ? "RTF body written to %s\n" : "no RTF body written to %s\n",
+                 args.rtfOut.c_str());
+  }
+  if (args.json) {
+    PrintJsonRows(nodeId, node, args, rtfWritten);
+  } else {
+    for (const PropertyRow& r : node.rows) {
+      std::printf("%s  %-40s %-28s %s\n", r.tag.c_str(), r.name.c_str(), r.type.c_str(), r.value.c_str());
+    }
+  }
+  return 0;
 }
 
 }  // namespace
 
-int RunProps(const std::vector<std::string>& args) {
-  std::vector<std::string> positional;
-  std::string rtfOut;
-  bool json = false;
-  for (std::size_t i = 0; i < args.size(); ++i) {
-    if (args[i] == "--json") {
-      json = true;
-    } else if (args[i] == "--rtf" && i + 1 < args.size()) {
-      rtfOut = args[++i];
-    } else if (!args[i].empty() && args[i][0] != '-') {
-      positional.push_back(args[i]);
-    } else {
-      std::fprintf(stderr, "%s", kUsage);
-      return 2;
-    }
-  }
-  char* end = nullptr;
-  const std::uint64_t nodeId = positional.size() == 2 ? std::strtoull(positional[1].c_str(), &end, 0) : 0;
-  if (positional.size() != 2 || end == nullptr || *end != '\0') {
-    std::fprintf(stderr, "%s", kUsage);
-    return 2;
-  }
-  StoreReader reader;
-  if (!reader.OpenStore(positional[0])) {
-    std::fprintf(stderr, "marrow-cli: %s: %s\n", positional[0].c_str(), reader.LastError().c_str());
-    return 1;
-  }
-  VisitedSet visited;
-  std::uint64_t dataBlock = 0, subnodeBlock = 0;
-  PropertyBag bag;
-  if (reader.FindNodeRow(reader.NodeRoot(), nodeId, dataBlock, subnodeBlock, visited) != 0) {
-    SubnodeLists subnodes;
-    reader.ReadSubnodeList(subnodeBlock, subnodes);
-    reader.ReadBagFromBlock(dataBlock, bag, subnodes);
-  } else {
-    std::fprintf(stderr, "marrow-cli: node 0x%llX is not in the node index\n", static_cast<unsigned long long>(nodeId));
-  }
-  bool rtfWritten = false;
-  if (!rtfOut.empty()) {
-    rtfWritten = WriteRtfBody(bag, rtfOut);
-    std::fprintf(stderr, rtfWritten ? "RTF body written to %s\n" : "no RTF body written to %s\n", rtfOut.c_str());
-  }
-
-  const std::vector<Row> rows = Rows(bag);
-  if (json) {
-    JsonWriter w;
-    w.BeginObject();
-    w.Member("nodeId", nodeId);
-    w.Key("properties");
-    w.BeginArray();
-    for (const Row& r : rows) {
-      w.BeginObject();
-      w.Member("tag", r.tag);
-      w.Member("name", r.name);
-      w.Member("type", r.type);
-      w.Member("value", r.value);
-      w.EndObject();
-    }
-    w.EndArray();
-    if (!rtfOut.empty()) {
-      w.Member("rtfWritten", rtfWritten);
-    }
-    w.EndObject();
-    std::printf("%s\n", w.Text().c_str());
-  } else {
-    for (const Row& r : rows) std::printf("%s  %-40s %-28s %s\n", r.tag.c_str(), r.name.c_str(), r.type.c_str(), r.value.c_str());
-  }
-  return 0;
+Command AddProps(CLI::App& app) {
+  auto args = std::make_shared<PropsArgs>();
+  CLI::App* command =
+      app.add_subcommand("props", "the properties of one node, as the advanced property view shows them");
+  command->add_option("FILE", args->path, "the store file")->required();
+  command->add_option("NODEID", args->nodeText, "the node, decimal or 0x hex")->required();
+  command->add_flag("--json", args->json, "print JSON");
+  command->add_option("--rtf", args->rtfOut, "write the node's compressed RTF body, decompressed, to this file")
+      ->option_text("OUT");
+  return {command, [args] { return RunProps(*args); }};
 }
 
 }  // namespace marrow::cli
