@@ -41,8 +41,7 @@ struct StoreFacts {
 bool CheckStore(StoreFacts& facts) {
   StoreReader reader;
   if (!reader.OpenStore(facts.store.path)) {
-    std::fprintf(stderr, "%s: cannot open (%s)\n", facts.store.path.c_str(),
-                 reader.LastError().c_str());
+    std::fprintf(stderr, "%s: cannot open (%s)\n", facts.store.path.c_str(), reader.LastError().c_str());
     return false;
   }
   ForEachBlockEntry(reader, [&facts](const BlockEntry& e) { facts.blocks.push_back(e); });
@@ -64,12 +63,10 @@ bool CheckStore(StoreFacts& facts) {
     char line[160];
     if (hit) {
       std::snprintf(line, sizeof line,
-                    "  block 0x%" PRIx64 ": row says 0x%" PRIx64 " +%u, FindBlock gave 0x%" PRIx64
-                    " +%" PRIu64,
+                    "  block 0x%" PRIx64 ": row says 0x%" PRIx64 " +%u, FindBlock gave 0x%" PRIx64 " +%" PRIu64,
                     e.blockId, e.fileOffset, unsigned{e.size}, offset, size);
     } else {
-      std::snprintf(line, sizeof line,
-                    "  block 0x%" PRIx64 ": row says 0x%" PRIx64 " +%u, FindBlock found nothing",
+      std::snprintf(line, sizeof line, "  block 0x%" PRIx64 ": row says 0x%" PRIx64 " +%u, FindBlock found nothing",
                     e.blockId, e.fileOffset, unsigned{e.size});
     }
     problems.push_back(line);
@@ -78,12 +75,10 @@ bool CheckStore(StoreFacts& facts) {
   facts.folders = reader.ReadFolderRows().size();
   facts.ok = problems.empty() && !facts.blocks.empty();
 
-  std::fprintf(stderr,
-               "%s: %s, %zu-byte pages; %zu blocks enumerated, %zu found, %zu folders%s\n",
-               facts.store.label.c_str(), reader.IsAnsi() ? "ANSI" : "Unicode", facts.pageSize,
-               facts.blocks.size(), facts.found, facts.folders, facts.ok ? "" : "  <-- MISMATCH");
-  if (repeated != 0)
-    std::fprintf(stderr, "  %zu block ids appear in more than one row\n", repeated);
+  std::fprintf(stderr, "%s: %s, %zu-byte pages; %zu blocks enumerated, %zu found, %zu folders%s\n",
+               facts.store.label.c_str(), reader.IsAnsi() ? "ANSI" : "Unicode", facts.pageSize, facts.blocks.size(),
+               facts.found, facts.folders, facts.ok ? "" : "  <-- MISMATCH");
+  if (repeated != 0) std::fprintf(stderr, "  %zu block ids appear in more than one row\n", repeated);
   constexpr std::size_t kShown = 20;
   for (std::size_t i = 0; i < problems.size() && i < kShown; ++i) {
     std::fprintf(stderr, "%s\n", problems[i].c_str());
@@ -128,8 +123,7 @@ void OpenAndBuildFolderRows(benchmark::State& state, const StoreFacts* facts) {
 // One iteration looks up every block of the index, each with a fresh
 // VisitedSet. Cold: the reader's memo of look-ups is cleared first, so every
 // look-up descends the index; warm: every look-up is answered from the memo.
-void FindEveryBlockWith(benchmark::State& state, const StoreFacts* facts, StoreReader& reader,
-                        bool warm = false) {
+void FindEveryBlockWith(benchmark::State& state, const StoreFacts* facts, StoreReader& reader, bool warm = false) {
   std::uint64_t pagesRead = 0;
   if (warm) {
     for (const BlockEntry& e : facts->blocks) {
@@ -158,8 +152,7 @@ void FindEveryBlockWith(benchmark::State& state, const StoreFacts* facts, StoreR
   state.SetItemsProcessed(lookups);
   state.SetBytesProcessed(static_cast<std::int64_t>(pagesRead * facts->pageSize));
   state.counters["blocks"] = static_cast<double>(facts->blocks.size());
-  state.counters["pages/lookup"] =
-      lookups == 0 ? 0.0 : static_cast<double>(pagesRead) / static_cast<double>(lookups);
+  state.counters["pages/lookup"] = lookups == 0 ? 0.0 : static_cast<double>(pagesRead) / static_cast<double>(lookups);
 }
 
 void FindEveryBlock(benchmark::State& state, const StoreFacts* facts) {
@@ -188,8 +181,7 @@ void FindEveryBlockInMemory(benchmark::State& state, const StoreFacts* facts) {
     state.SkipWithError("cannot read the store");
     return;
   }
-  std::vector<std::uint8_t> bytes{std::istreambuf_iterator<char>(in),
-                                  std::istreambuf_iterator<char>()};
+  std::vector<std::uint8_t> bytes{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
   StoreReader reader;
   reader.OpenSource(std::make_unique<MemorySource>(std::move(bytes)), facts->store.path);
   FindEveryBlockWith(state, facts, reader);
@@ -241,13 +233,11 @@ int main(int argc, char** argv) {
     benchmark::RegisterBenchmark(("BuildFolderRows/" + label).c_str(), BuildFolderRows, facts.get())
         ->UseManualTime()
         ->Unit(benchmark::kMicrosecond);
-    benchmark::RegisterBenchmark(("OpenAndBuildFolderRows/" + label).c_str(),
-                                 OpenAndBuildFolderRows, facts.get())
+    benchmark::RegisterBenchmark(("OpenAndBuildFolderRows/" + label).c_str(), OpenAndBuildFolderRows, facts.get())
         ->Unit(benchmark::kMicrosecond);
     benchmark::RegisterBenchmark(("FindEveryBlock/" + label).c_str(), FindEveryBlock, facts.get())
         ->Unit(benchmark::kMillisecond);
-    benchmark::RegisterBenchmark(("FindEveryBlockInMemory/" + label).c_str(),
-                                 FindEveryBlockInMemory, facts.get())
+    benchmark::RegisterBenchmark(("FindEveryBlockInMemory/" + label).c_str(), FindEveryBlockInMemory, facts.get())
         ->Unit(benchmark::kMillisecond);
     benchmark::RegisterBenchmark(("FindEveryBlockWarm/" + label).c_str(), FindEveryBlockWarm, facts.get())
         ->Unit(benchmark::kMillisecond);
@@ -256,8 +246,7 @@ int main(int argc, char** argv) {
   benchmark::Shutdown();
 
   if (failed != 0) {
-    std::fprintf(stderr, "marrow-bench-index: the block index check failed for %d store(s)\n",
-                 failed);
+    std::fprintf(stderr, "marrow-bench-index: the block index check failed for %d store(s)\n", failed);
     return 1;
   }
   return 0;

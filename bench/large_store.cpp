@@ -11,9 +11,9 @@ namespace marrow::bench {
 
 std::string BuildLargeStore(std::uint64_t targetBytes) {
   std::vector<fs::path> sources;
-  for (const char* rel : {"ost/unicode512/aspose_SampleOstFile.ost", "pst/unicode/aspose_Outlook.pst",
-                          "pst/unicode/pst2john_2003_high-encryption_quickquick.pst",
-                          "pst/unicode/go-pst_support.pst"}) {
+  for (const char* rel :
+       {"ost/unicode512/aspose_SampleOstFile.ost", "pst/unicode/aspose_Outlook.pst",
+        "pst/unicode/pst2john_2003_high-encryption_quickquick.pst", "pst/unicode/go-pst_support.pst"}) {
     const fs::path p = fs::path(MARROW_TESTDATA_DIR) / rel;
     if (fs::exists(p)) sources.push_back(p);
   }

@@ -93,9 +93,8 @@ int main(int argc, char** argv) {
     if (f.treeItem == marrow::kNoTreeItem || tree.Find(f.treeItem) == nullptr) continue;
     ++shown;
     lostFolders += f.isLost;
-    marrow::ForEachFolderItem(reader, recovery, f.nodeId, 1, [&](const marrow::FolderItem& item) {
-      (item.isLost ? lostItems : indexItems) += 1;
-    });
+    marrow::ForEachFolderItem(reader, recovery, f.nodeId, 1,
+                              [&](const marrow::FolderItem& item) { (item.isLost ? lostItems : indexItems) += 1; });
   }
   const Clock::time_point listed = Clock::now();
 

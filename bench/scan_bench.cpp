@@ -57,11 +57,11 @@ int main(int argc, char** argv) {
   struct rusage usage {};
   getrusage(RUSAGE_SELF, &usage);
   const double mb = static_cast<double>(reader.FileSize()) / (1 << 20);
-  std::printf("scanned %s: %.0f MiB in %.2f s = %.1f MiB/s; peak memory %.1f MiB; "
-              "rows: %u folder, %u message; blocks: %u\n",
-              path.c_str(), mb, seconds, mb / seconds, usage.ru_maxrss / 1024.0,
-              scan.folders.RecordCount(), scan.messages.RecordCount(),
-              scan.blocks.RecordCount());
+  std::printf(
+      "scanned %s: %.0f MiB in %.2f s = %.1f MiB/s; peak memory %.1f MiB; "
+      "rows: %u folder, %u message; blocks: %u\n",
+      path.c_str(), mb, seconds, mb / seconds, usage.ru_maxrss / 1024.0, scan.folders.RecordCount(),
+      scan.messages.RecordCount(), scan.blocks.RecordCount());
 
   // Deep look-ups after the scan: a pass over the block list is what
   // one look-up costs without the sorted index; with it, the first look-up
@@ -85,10 +85,11 @@ int main(int argc, char** argv) {
   for (std::uint64_t x : ids) found += scan.ScanFindBlock(x, offset, size);
   const double lookups = since(t);
   getrusage(RUSAGE_SELF, &usage);
-  std::printf("block look-ups: one pass over the lists %.1f ms; index built in %.1f ms; %zu look-ups "
-              "(%zu found) in %.3f s = %.2f us each; peak memory %.1f MiB\n",
-              pass * 1e3, build * 1e3, ids.size(), found, lookups, ids.empty() ? 0.0 : lookups * 1e6 / ids.size(),
-              usage.ru_maxrss / 1024.0);
+  std::printf(
+      "block look-ups: one pass over the lists %.1f ms; index built in %.1f ms; %zu look-ups "
+      "(%zu found) in %.3f s = %.2f us each; peak memory %.1f MiB\n",
+      pass * 1e3, build * 1e3, ids.size(), found, lookups, ids.empty() ? 0.0 : lookups * 1e6 / ids.size(),
+      usage.ru_maxrss / 1024.0);
   if (built && !keep) fs::remove(path);
   return 0;
 }

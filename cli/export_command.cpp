@@ -15,7 +15,9 @@
 namespace marrow::cli {
 namespace {
 
-bool IsFilterMode(const std::string& word) { return word == "include" || word == "exclude"; }
+bool IsFilterMode(const std::string& word) {
+  return word == "include" || word == "exclude";
+}
 
 struct ExportArgs {
   SourceArgs source;
@@ -37,11 +39,13 @@ SaveJob JobOf(const ExportArgs& args) {
     if (!IsFilterMode(word)) throw CLI::ValidationError(option, "include or exclude, not " + word);
     return word == "include" ? kFilterInclude : kFilterExclude;
   };
-  const std::pair<const char*, const std::vector<std::string>*> fields[] = {
-      {"--from", &args.from}, {"--to", &args.toFilter}, {"--subject", &args.subject},
-      {"--folder-name", &args.folderName}, {"--type", &args.type}};
-  const FilterField fieldOf[] = {FilterField::kFrom, FilterField::kTo, FilterField::kSubject,
-                                 FilterField::kFolderName, FilterField::kItemType};
+  const std::pair<const char*, const std::vector<std::string>*> fields[] = {{"--from", &args.from},
+                                                                            {"--to", &args.toFilter},
+                                                                            {"--subject", &args.subject},
+                                                                            {"--folder-name", &args.folderName},
+                                                                            {"--type", &args.type}};
+  const FilterField fieldOf[] = {FilterField::kFrom, FilterField::kTo, FilterField::kSubject, FilterField::kFolderName,
+                                 FilterField::kItemType};
   auto pairsOf = [](const char* option, const std::vector<std::string>& values) {
     if (values.size() % 2 != 0) throw CLI::ValidationError(option, "takes include|exclude and a value");
   };
@@ -130,8 +134,8 @@ void NormaliseExportArgs(std::vector<std::string>& args) {
 
 Command AddExport(CLI::App& app) {
   auto args = std::make_shared<ExportArgs>();
-  CLI::App* command = app.add_subcommand(
-      "export", "saves the recovered folders (all, or those named) as EML files or MBOX files");
+  CLI::App* command =
+      app.add_subcommand("export", "saves the recovered folders (all, or those named) as EML files or MBOX files");
   command->add_option("FILE", args->paths, "the store files, saved in this order");
   command->add_option("--to", args->to, "the output; with include|exclude TEXT, the To filter")
       ->required()

@@ -26,26 +26,22 @@ const char* CryptName(int method) {
 
 void PrintText(const std::string& path, const StoreSummary& s) {
   std::printf("File:       %s (%llu bytes)\n", path.c_str(), static_cast<unsigned long long>(s.fileSize));
-  std::printf("Form:       %s, %u-byte pages (version word 0x%02X)\n",
-              s.isAnsi ? "32-bit ANSI" : "64-bit Unicode", s.isLargePage ? 4096u : 512u,
-              s.versionWord);
+  std::printf("Form:       %s, %u-byte pages (version word 0x%02X)\n", s.isAnsi ? "32-bit ANSI" : "64-bit Unicode",
+              s.isLargePage ? 4096u : 512u, s.versionWord);
   std::printf("Encoding:   %s (header byte %u); votes: none %lld, permute %lld, cyclic %lld\n",
               CryptName(s.cryptMethod), s.cryptByte, static_cast<long long>(s.noneVotes),
               static_cast<long long>(s.permuteVotes), static_cast<long long>(s.cyclicVotes));
-  std::printf("Roots:      node index 0x%llX, block index 0x%llX\n",
-              static_cast<unsigned long long>(s.nodeRootOffset),
+  std::printf("Roots:      node index 0x%llX, block index 0x%llX\n", static_cast<unsigned long long>(s.nodeRootOffset),
               static_cast<unsigned long long>(s.blockRootOffset));
   std::printf("Folders:    %zu, messages in them: %llu\n\n", s.folders.size(),
               static_cast<unsigned long long>(s.TotalMessages()));
-  std::printf("%-12s %-12s %-12s %-12s %-8s %-6s %-18s %s\n", "NodeId", "DataBlock", "SubnodeBlock",
-              "Parent", "Messages", "Items", "Class", "Name");
+  std::printf("%-12s %-12s %-12s %-12s %-8s %-6s %-18s %s\n", "NodeId", "DataBlock", "SubnodeBlock", "Parent",
+              "Messages", "Items", "Class", "Name");
   for (const FolderSummary& f : s.folders) {
     const FolderLabel label = LabelOf(f);
     std::printf("0x%-10llX 0x%-10llX 0x%-10llX 0x%-10llX %-8llu %-6u %-18s %s\n",
-                static_cast<unsigned long long>(f.row.nodeId),
-                static_cast<unsigned long long>(f.row.dataBlock),
-                static_cast<unsigned long long>(f.row.subnodeBlock),
-                static_cast<unsigned long long>(f.row.parent),
+                static_cast<unsigned long long>(f.row.nodeId), static_cast<unsigned long long>(f.row.dataBlock),
+                static_cast<unsigned long long>(f.row.subnodeBlock), static_cast<unsigned long long>(f.row.parent),
                 static_cast<unsigned long long>(f.messages), label.itemCount, label.containerClass.c_str(),
                 label.name.c_str());
   }

@@ -48,8 +48,7 @@ int RunProps(const PropsArgs& args) {
   bool rtfWritten = false;
   if (!args.rtfOut.empty()) {
     rtfWritten = WriteNodeRtf(node, args.rtfOut);
-    std::fprintf(stderr, rtfWritten ? "RTF body written to %s\n" : "no RTF body written to %s\n",
-                 args.rtfOut.c_str());
+    std::fprintf(stderr, rtfWritten ? "RTF body written to %s\n" : "no RTF body written to %s\n", args.rtfOut.c_str());
   }
   if (args.json) {
     PrintJsonRows(nodeId, node, args, rtfWritten);

@@ -13,7 +13,9 @@ namespace {
 
 std::atomic<bool> g_interrupted{false};
 
-void OnInterrupt(int) { g_interrupted.store(true); }
+void OnInterrupt(int) {
+  g_interrupted.store(true);
+}
 
 long long NowMs() {
   return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now().time_since_epoch())
@@ -71,10 +73,16 @@ void StderrProgress::Redraw() {
   std::fflush(stderr);
 }
 
-bool StderrProgress::IsCancelled() { return g_interrupted.load(); }
+bool StderrProgress::IsCancelled() {
+  return g_interrupted.load();
+}
 
-bool StderrProgress::WasCancelled() const { return g_interrupted.load(); }
+bool StderrProgress::WasCancelled() const {
+  return g_interrupted.load();
+}
 
-void StderrProgress::ClearCancel() { g_interrupted.store(false); }
+void StderrProgress::ClearCancel() {
+  g_interrupted.store(false);
+}
 
 }  // namespace marrow::cli

@@ -67,9 +67,10 @@ int RunTree(const TreeArgs& args) {
 
 Command AddTree(CLI::App& app) {
   auto args = std::make_shared<TreeArgs>();
-  CLI::App* command = app.add_subcommand(
-      "tree", "recovers the folder tree, lost items and orphan folders; --snapshot reloads a saved scan "
-              "instead of scanning, --save-snapshot keeps this one");
+  CLI::App* command =
+      app.add_subcommand("tree",
+                         "recovers the folder tree, lost items and orphan folders; --snapshot reloads a saved scan "
+                         "instead of scanning, --save-snapshot keeps this one");
   command->add_option("FILE", args->source.path, "the store file");
   AddSourceOptions(*command, args->source);
   command->add_flag("--json", args->json, "print JSON");

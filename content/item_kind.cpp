@@ -10,11 +10,10 @@ int ClassifyItem(const std::string& messageClass) {
     int kind;
   };
   static constexpr ClassRule kRules[] = {
-      {"IPM.CONTACT", kKindContact},  {"IPM.TASK", kKindTask},
-      {"IPM.NOTE", kKindMail},        {"IPM.POST", kKindMail},
-      {"IPM.APPO", kKindAppointment}, {"IPM.SCHEDULE", kKindAppointment},
-      {"MEETING", kKindAppointment},  {"IPM.ACTIVITY", kKindJournal},
-      {"IPM.STICK", kKindStickyNote}, {"IPM.DIST", kKindDistList},
+      {"IPM.CONTACT", kKindContact}, {"IPM.TASK", kKindTask},        {"IPM.NOTE", kKindMail},
+      {"IPM.POST", kKindMail},       {"IPM.APPO", kKindAppointment}, {"IPM.SCHEDULE", kKindAppointment},
+      {"MEETING", kKindAppointment}, {"IPM.ACTIVITY", kKindJournal}, {"IPM.STICK", kKindStickyNote},
+      {"IPM.DIST", kKindDistList},
   };
   const std::string upper = AsciiUpper(messageClass);
   for (const ClassRule& rule : kRules) {
@@ -25,17 +24,12 @@ int ClassifyItem(const std::string& messageClass) {
 
 std::string ItemTypeText(int kind) {
   switch (kind) {
-    case kKindJournal:
-      return "JOURNAL";
-    case kKindTask:
-      return "TASK";
-    case kKindAppointment:
-      return "CALENDER";
+    case kKindJournal: return "JOURNAL";
+    case kKindTask: return "TASK";
+    case kKindAppointment: return "CALENDER";
     case kKindContact:
-    case kKindDistList:
-      return "CONTACT";
-    default:
-      return "EMAIL";
+    case kKindDistList: return "CONTACT";
+    default: return "EMAIL";
   }
 }
 

@@ -18,8 +18,7 @@ constexpr const char* kTimeLabels[] = {"START TIME",          "END TIME", "START
 
 // A FILETIME written in decimal; false for anything but digits.
 bool ParseDecimal(const std::string& text, std::uint64_t& value) {
-  if (text.empty() ||
-      !std::all_of(text.begin(), text.end(), [](unsigned char c) { return std::isdigit(c); })) {
+  if (text.empty() || !std::all_of(text.begin(), text.end(), [](unsigned char c) { return std::isdigit(c); })) {
     return false;
   }
   value = std::strtoull(text.c_str(), nullptr, 10);
@@ -45,8 +44,7 @@ std::string ReadMarkup(const std::string& text) {
   static const std::string kSplit = " : ";
   std::string out;
   std::size_t from = 0;
-  for (std::size_t end = text.find(kClose); end != std::string::npos;
-       end = text.find(kClose, from)) {
+  for (std::size_t end = text.find(kClose); end != std::string::npos; end = text.find(kClose, from)) {
     std::string row = text.substr(from, end - from);
     from = end + kClose.size();
     // What lies before the row's mark is the line break of the row before.
@@ -58,8 +56,7 @@ std::string ReadMarkup(const std::string& text) {
     }
     const std::size_t split = row.find(kSplit);
     std::string label = row.substr(0, split);
-    std::string value =
-        split == std::string::npos ? std::string() : row.substr(split + kSplit.size());
+    std::string value = split == std::string::npos ? std::string() : row.substr(split + kSplit.size());
     if (std::find(std::begin(kTimeLabels), std::end(kTimeLabels), label) != std::end(kTimeLabels)) {
       value = LocalTimeOf(value);
     }

@@ -33,7 +33,9 @@ constexpr std::uint16_t kTypeString8 = 0x001E;
 constexpr std::uint16_t kTypeUnicode = 0x001F;
 constexpr std::uint16_t kTypeObject = 0x000D;
 
-bool IsString(const PropertyValue& v) { return v.propType == kTypeString8 || v.propType == kTypeUnicode; }
+bool IsString(const PropertyValue& v) {
+  return v.propType == kTypeString8 || v.propType == kTypeUnicode;
+}
 
 std::string ValueText(const PropertyValue& v, unsigned codePage) {
   const std::vector<std::uint8_t> bytes = ValueBytes(v);
@@ -112,7 +114,9 @@ void ItemReader::ClearItemFolder() {
   }
 }
 
-std::string ItemReader::TempName(const std::string& extension) const { return itemFolder_ + NewGuidText() + extension; }
+std::string ItemReader::TempName(const std::string& extension) const {
+  return itemFolder_ + NewGuidText() + extension;
+}
 
 std::string ItemReader::SenderText(const PropertyBag& bag) const {
   std::string name = GetString(bag, kSenderName, false);

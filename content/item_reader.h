@@ -17,17 +17,17 @@ namespace marrow {
 
 struct ItemHeader {
   std::string fromText;
-  std::string toText;   // 0x0E04
-  std::string ccText;   // 0x0E03
-  std::string bccText;  // 0x0E02
-  std::string textPath;  // the winning plain body, or empty
-  std::string htmlPath;  // 0x1013, or empty
-  std::string rtfPath;   // the decompressed RTF body; empty when that failed
+  std::string toText;            // 0x0E04
+  std::string ccText;            // 0x0E03
+  std::string bccText;           // 0x0E02
+  std::string textPath;          // the winning plain body, or empty
+  std::string htmlPath;          // 0x1013, or empty
+  std::string rtfPath;           // the decompressed RTF body; empty when that failed
   std::string transportHeaders;  // 0x007D
   std::string subject;           // 0x0037, marker stripped
   std::string dateText;          // 0x0E06 as text
   bool textIsUnicode = false;
-  unsigned codePage = 1252;  // of the item's 8-bit texts and bodies
+  unsigned codePage = 1252;        // of the item's 8-bit texts and bodies
   std::uint64_t deliveryTime = 0;  // FILETIME
   std::string messageClass;        // 0x001A
   std::uint32_t messageFlags = 0;  // 0x0E07
@@ -109,8 +109,7 @@ class ItemReader {
   // Writes one attachment's data to the item folder. Empty when it has no
   // data or no name. `nested` receives an embedded message's properties.
   std::string ReadOneAttachment(std::uint64_t subnodeId, const SubnodeLists& subnodes, std::string& name,
-                                std::string& contentId, std::string& mimeTag, EmbeddedMessage* nested,
-                                bool& isMessage);
+                                std::string& contentId, std::string& mimeTag, EmbeddedMessage* nested, bool& isMessage);
 
   // Reads one item block for the item list. False when nothing is listed:
   // the block cannot be read, or it looks like noise.

@@ -49,9 +49,7 @@ void WriteRow(RowWriter& w, const PropertyBag& bag, const NameMap& map, const Ta
       w.Text(row.label, text);
       break;
     }
-    case Show::kTime:
-      w.Text(row.label, GetDateText(bag, id, w.Save()));
-      break;
+    case Show::kTime: w.Text(row.label, GetDateText(bag, id, w.Save())); break;
     case Show::kNumber:
       if (w.Save() && bag.Find(id) != nullptr) {
         w.Text(row.label, std::to_string(static_cast<std::int32_t>(GetU32(bag, id))));
@@ -59,19 +57,15 @@ void WriteRow(RowWriter& w, const PropertyBag& bag, const NameMap& map, const Ta
       break;
     case Show::kFlag: {
       const PropertyValue* v = bag.Find(id);
-      if (w.Save() && v != nullptr && FlagByte(*v) != 0)
-        w.Text(row.label, std::to_string(FlagByte(*v)));
+      if (w.Save() && v != nullptr && FlagByte(*v) != 0) w.Text(row.label, std::to_string(FlagByte(*v)));
       break;
     }
-    case Show::kCategories:
-      w.Text(row.label, GetCategories(bag, map));
-      break;
+    case Show::kCategories: w.Text(row.label, GetCategories(bag, map)); break;
   }
 }
 
 template <std::size_t N>
-void WriteRows(RowWriter& w, const PropertyBag& bag, const NameMap& map,
-               const TableRow (&rows)[N]) {
+void WriteRows(RowWriter& w, const PropertyBag& bag, const NameMap& map, const TableRow (&rows)[N]) {
   for (const TableRow& row : rows) WriteRow(w, bag, map, row);
 }
 
@@ -95,28 +89,23 @@ std::string RenderAppointment(const PropertyBag& bag, const NameMap& map, RowKin
   if (!w.Save()) return w.Take();
   if (FindNamed(bag, map, kShowAs) != nullptr) {
     const std::uint32_t showAs = GetU32(bag, LocalIdFor(map, kShowAs));
-    if (showAs < std::size(kShowAsTexts))
-      w.Line(std::string("Show As: ") + kShowAsTexts[showAs] + "\r\n");
+    if (showAs < std::size(kShowAsTexts)) w.Line(std::string("Show As: ") + kShowAsTexts[showAs] + "\r\n");
   }
   if (FindNamed(bag, map, kLabel) != nullptr) {
     const std::uint32_t label = GetU32(bag, LocalIdFor(map, kLabel));
-    if (label < std::size(kLabelTexts))
-      w.Line(std::string("LABEL: ") + kLabelTexts[label] + "\r\n");
+    if (label < std::size(kLabelTexts)) w.Line(std::string("LABEL: ") + kLabelTexts[label] + "\r\n");
   }
   return w.Take();
 }
 
-std::string RenderContact(const PropertyBag& bag, const NameMap& map, RowKind form,
-                          const SubnodeBytes& subnodes) {
+std::string RenderContact(const PropertyBag& bag, const NameMap& map, RowKind form, const SubnodeBytes& subnodes) {
   RowWriter w(form);
   WriteRows(w, bag, map, kContactNamedRows);
   for (const PlainRow& row : kContactPlainRows) w.Text(row.label, GetString(bag, row.tag, false));
-  for (const PlainRow& row : kContactTimeRows)
-    w.Text(row.label, GetDateText(bag, row.tag, w.Save()));
+  for (const PlainRow& row : kContactTimeRows) w.Text(row.label, GetDateText(bag, row.tag, w.Save()));
   if (ClassifyItem(GetString(bag, kMessageClass, false)) == kKindDistList) {
     for (const ListMember& m : ListMembers(bag, map, subnodes)) {
-      w.Text("CONTACT DL ITEM",
-             " " + m.name + " TYPE : " + m.addressType + " EMAIL ID : " + m.address);
+      w.Text("CONTACT DL ITEM", " " + m.name + " TYPE : " + m.addressType + " EMAIL ID : " + m.address);
     }
   }
   return w.Take();
@@ -125,17 +114,12 @@ std::string RenderContact(const PropertyBag& bag, const NameMap& map, RowKind fo
 std::string RenderItem(int kind, const PropertyBag& bag, const NameMap& map, RowKind form,
                        const SubnodeBytes& subnodes) {
   switch (kind) {
-    case kKindJournal:
-      return RenderJournal(bag, map, form);
-    case kKindTask:
-      return RenderTask(bag, map, form);
-    case kKindAppointment:
-      return RenderAppointment(bag, map, form);
+    case kKindJournal: return RenderJournal(bag, map, form);
+    case kKindTask: return RenderTask(bag, map, form);
+    case kKindAppointment: return RenderAppointment(bag, map, form);
     case kKindContact:
-    case kKindDistList:
-      return RenderContact(bag, map, form, subnodes);
-    default:
-      return {};
+    case kKindDistList: return RenderContact(bag, map, form, subnodes);
+    default: return {};
   }
 }
 

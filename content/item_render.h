@@ -20,8 +20,7 @@ std::string RenderTask(const PropertyBag& bag, const NameMap& map, RowKind form)
 std::string RenderJournal(const PropertyBag& bag, const NameMap& map, RowKind form);
 std::string RenderAppointment(const PropertyBag& bag, const NameMap& map, RowKind form);
 // Contacts and distribution lists; `subnodes` may be empty.
-std::string RenderContact(const PropertyBag& bag, const NameMap& map, RowKind form,
-                          const SubnodeBytes& subnodes);
+std::string RenderContact(const PropertyBag& bag, const NameMap& map, RowKind form, const SubnodeBytes& subnodes);
 // The view for `kind`; "" for mail, sticky notes and unknown kinds.
 std::string RenderItem(int kind, const PropertyBag& bag, const NameMap& map, RowKind form,
                        const SubnodeBytes& subnodes);

@@ -37,13 +37,11 @@ std::string TakeText(Bytes bytes, std::size_t& at, bool wide) {
 }
 
 // Appends the one-off members of each slice not already in `members`.
-void AddMembers(const std::vector<std::vector<std::uint8_t>>& slices,
-                std::vector<ListMember>& members) {
+void AddMembers(const std::vector<std::vector<std::uint8_t>>& slices, std::vector<ListMember>& members) {
   for (const std::vector<std::uint8_t>& slice : slices) {
     ListMember m;
     if (!ReadOneOffEntry(slice, m) || m.name.empty()) continue;
-    if (std::find(members.begin(), members.end(), m) == members.end())
-      members.push_back(std::move(m));
+    if (std::find(members.begin(), members.end(), m) == members.end()) members.push_back(std::move(m));
   }
 }
 
@@ -62,8 +60,7 @@ bool ReadOneOffEntry(Bytes entry, ListMember& member) {
   return true;
 }
 
-std::vector<ListMember> ListMembers(const PropertyBag& bag, const NameMap& map,
-                                    const SubnodeBytes& subnodes) {
+std::vector<ListMember> ListMembers(const PropertyBag& bag, const NameMap& map, const SubnodeBytes& subnodes) {
   std::vector<ListMember> members;
   std::vector<std::vector<std::uint8_t>> slices;
   for (std::uint16_t slot : kMemberSlots) {

@@ -24,7 +24,6 @@ struct ListMember {
 // False when `entry` is no one-off identifier or is cut short.
 bool ReadOneOffEntry(Bytes entry, ListMember& member);
 // The members of a distribution list, empty names and repeats dropped.
-std::vector<ListMember> ListMembers(const PropertyBag& bag, const NameMap& map,
-                                    const SubnodeBytes& subnodes);
+std::vector<ListMember> ListMembers(const PropertyBag& bag, const NameMap& map, const SubnodeBytes& subnodes);
 
 }  // namespace marrow

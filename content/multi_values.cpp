@@ -72,9 +72,8 @@ std::vector<std::string> ReadMultiString(const PropertyValue& value, unsigned co
   if (!IsMultiString(value.propType)) return values;
   const std::vector<std::uint8_t> bytes = ValueBytes(value);
   for (const auto& [start, end] : ValueRanges(bytes)) {
-    values.push_back(value.propType == kTypeMultiUnicode
-                         ? Utf16ToUtf8(bytes.data() + start, end - start)
-                         : CodePageToUtf8(bytes.data() + start, end - start, codePage));
+    values.push_back(value.propType == kTypeMultiUnicode ? Utf16ToUtf8(bytes.data() + start, end - start)
+                                                         : CodePageToUtf8(bytes.data() + start, end - start, codePage));
   }
   return values;
 }

@@ -14,8 +14,7 @@
 namespace marrow {
 
 // The values of a multi-value string (0x101F or 0x101E); empty for other types.
-std::vector<std::string> ReadMultiString(const PropertyValue& value,
-                                         unsigned codePage = kDefaultCodePage);
+std::vector<std::string> ReadMultiString(const PropertyValue& value, unsigned codePage = kDefaultCodePage);
 // Slices of a multi-value binary laid out as count, offsets, data. True when
 // at least one slice was cut.
 bool SplitMultiBinary(Bytes bytes, std::vector<std::vector<std::uint8_t>>& slices);

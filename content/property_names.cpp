@@ -9,7 +9,8 @@ std::string PropertyName(std::uint32_t id) {
   // Built once; keeps the first row of each key, as a scan from the top would find.
   static const std::unordered_map<std::uint32_t, const char*> byKey = [] {
     std::unordered_map<std::uint32_t, const char*> map;
-    for (std::size_t i = 0; i < kPropertyNameRowCount; ++i) map.emplace(kPropertyNameRows[i].key, kPropertyNameRows[i].name);
+    for (std::size_t i = 0; i < kPropertyNameRowCount; ++i)
+      map.emplace(kPropertyNameRows[i].key, kPropertyNameRows[i].name);
     return map;
   }();
   auto hit = byKey.find(id);

@@ -16,8 +16,8 @@ std::string GetDateText(const PropertyBag& bag, std::uint16_t id, bool raw) {
   return std::to_string(static_cast<long long>(filetime));
 }
 
-std::string WriteValueToFile(const PropertyBag& bag, std::uint16_t id, const std::string& path,
-                             std::uint64_t& outSize, bool& outIsUnicode) {
+std::string WriteValueToFile(const PropertyBag& bag, std::uint16_t id, const std::string& path, std::uint64_t& outSize,
+                             bool& outIsUnicode) {
   outSize = 0;
   outIsUnicode = false;
   const PropertyValue* v = bag.Find(id);

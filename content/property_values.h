@@ -17,7 +17,7 @@ namespace marrow {
 std::string GetDateText(const PropertyBag& bag, std::uint16_t id, bool raw);
 // Writes a value's raw bytes to `path` and returns it; a spilled value
 // returns its spill file instead. An absent value returns "" with size 0.
-std::string WriteValueToFile(const PropertyBag& bag, std::uint16_t id, const std::string& path,
-                             std::uint64_t& outSize, bool& outIsUnicode);
+std::string WriteValueToFile(const PropertyBag& bag, std::uint16_t id, const std::string& path, std::uint64_t& outSize,
+                             bool& outIsUnicode);
 
 }  // namespace marrow

@@ -15,8 +15,8 @@ std::string_view Trim(std::string_view text) {
 // "addr (Name)" comment) and the backslashes that escape inside them.
 std::string Unquote(std::string_view text) {
   text = Trim(text);
-  const bool quoted = text.size() >= 2 && ((text.front() == '"' && text.back() == '"') ||
-                                           (text.front() == '(' && text.back() == ')'));
+  const bool quoted =
+      text.size() >= 2 && ((text.front() == '"' && text.back() == '"') || (text.front() == '(' && text.back() == ')'));
   if (!quoted) return std::string(text);
   text = text.substr(1, text.size() - 2);
   std::string out;

@@ -42,8 +42,8 @@ bool CkEmail::AddFileAttachment(const std::string& path, const std::string& cont
   std::string bytes;
   if (!ReadWholeFile(path, &bytes)) return impl_->Fail("Failed to add file attachment");
   const std::string filename = std::filesystem::path(path).filename().string();
-  Ref<GMimeContentType> type(g_mime_content_type_parse(
-      nullptr, contentType.empty() ? "application/octet-stream" : contentType.c_str()));
+  Ref<GMimeContentType> type(
+      g_mime_content_type_parse(nullptr, contentType.empty() ? "application/octet-stream" : contentType.c_str()));
   Ref<GMimeObject> part;
   if (g_mime_content_type_is_type(type.get(), "message", "rfc822")) {
     // A mail file is attached as a message, which may not be base64 encoded.
@@ -71,8 +71,7 @@ bool CkEmail::AddAttachmentHeader(int index, const std::string& name, const std:
   const Leaf* leaf = impl_->Attachment(leaves, index);
   if (!leaf) return false;
   if (name.empty()) return impl_->Fail("Empty header field name");
-  for (int guard = 0; guard < 1000 && g_mime_object_remove_header(leaf->part, name.c_str());
-       ++guard) {
+  for (int guard = 0; guard < 1000 && g_mime_object_remove_header(leaf->part, name.c_str()); ++guard) {
   }
   g_mime_object_append_header(leaf->part, name.c_str(), value.c_str(), kHeaderCharset);
   impl_->lastError.clear();
@@ -104,8 +103,7 @@ void CkEmail::DropAttachments() {
     if (g_mime_multipart_get_count(mixed) == 0) {
       Ref<GMimeObject> empty = impl_->MakeTextPart("text/plain", "");
       g_mime_message_set_mime_part(msg, empty.get());
-    } else if (g_mime_multipart_get_count(mixed) == 1 &&
-               !GMIME_IS_MESSAGE_PART(g_mime_multipart_get_part(mixed, 0))) {
+    } else if (g_mime_multipart_get_count(mixed) == 1 && !GMIME_IS_MESSAGE_PART(g_mime_multipart_get_part(mixed, 0))) {
       Ref<GMimeObject> only(GMIME_OBJECT(g_object_ref(g_mime_multipart_get_part(mixed, 0))));
       g_mime_message_set_mime_part(msg, only.get());
     }
@@ -146,11 +144,9 @@ int CkEmail::NumAttachedMessages() const {
 std::unique_ptr<CkEmail> CkEmail::GetAttachedMessage(int index) const {
   const std::vector<Leaf> leaves = Walk(impl_->message.get());
   const Leaf* leaf = Nth(leaves, Role::kAttachedMessage, index);
-  GMimeMessage* inner =
-      leaf ? g_mime_message_part_get_message(GMIME_MESSAGE_PART(leaf->part)) : nullptr;
+  GMimeMessage* inner = leaf ? g_mime_message_part_get_message(GMIME_MESSAGE_PART(leaf->part)) : nullptr;
   if (!inner) {
-    impl_->Fail("Index out of range: no attached message at index = " + std::to_string(index) +
-                ".");
+    impl_->Fail("Index out of range: no attached message at index = " + std::to_string(index) + ".");
     return nullptr;
   }
   auto copy = std::make_unique<CkEmail>();

@@ -10,8 +10,7 @@ using namespace ck_detail;
 
 // A text part in the body charset with CRLF line ends; the charset falls
 // back to UTF-8 when the text does not fit the chosen one.
-Ref<GMimeObject> CkEmail::Impl::MakeTextPart(const std::string& contentType,
-                                             const std::string& text) {
+Ref<GMimeObject> CkEmail::Impl::MakeTextPart(const std::string& contentType, const std::string& text) {
   Ref<GMimeContentType> type(g_mime_content_type_parse(nullptr, contentType.c_str()));
   std::string bytes = LineEndsToCrlf(text);
   std::string partCharset = charset.empty() ? "utf-8" : charset;
@@ -30,8 +29,7 @@ Ref<GMimeObject> CkEmail::Impl::MakeTextPart(const std::string& contentType,
   SetContent(GMIME_PART(part), bytes);
   g_mime_text_part_set_charset(part, partCharset.c_str());
   g_mime_part_set_content_encoding(
-      GMIME_PART(part),
-      g_mime_part_get_best_content_encoding(GMIME_PART(part), GMIME_ENCODING_CONSTRAINT_7BIT));
+      GMIME_PART(part), g_mime_part_get_best_content_encoding(GMIME_PART(part), GMIME_ENCODING_CONSTRAINT_7BIT));
   return object;
 }
 
@@ -54,12 +52,11 @@ bool CkEmail::Impl::SetBody(bool html, const std::string& text, const std::strin
   // mixed. Without one, the new body goes in front of whatever is there.
   GMimeObject* holder = top;
   GMimeMultipart* holderParent = nullptr;
-  const bool mixedTop = GMIME_IS_MULTIPART(top) && !IsType(top, "multipart", "alternative") &&
-                        !IsType(top, "multipart", "related");
+  const bool mixedTop =
+      GMIME_IS_MULTIPART(top) && !IsType(top, "multipart", "alternative") && !IsType(top, "multipart", "related");
   if (mixedTop) {
     GMimeMultipart* mixed = GMIME_MULTIPART(top);
-    GMimeObject* first =
-        g_mime_multipart_get_count(mixed) > 0 ? g_mime_multipart_get_part(mixed, 0) : nullptr;
+    GMimeObject* first = g_mime_multipart_get_count(mixed) > 0 ? g_mime_multipart_get_part(mixed, 0) : nullptr;
     if (!first || !HoldsBody(leaves, first)) {
       g_mime_multipart_insert(mixed, 0, part.get());
       lastError.clear();
@@ -100,8 +97,7 @@ std::string CkEmail::Impl::Body(Role role) const {
   const std::vector<Leaf> leaves = Walk(message.get());
   const Leaf* body = Nth(leaves, role, 0);
   if (!body) return {};
-  if (GMIME_IS_TEXT_PART(body->part))
-    return LineEndsToLf(Take(g_mime_text_part_get_text(GMIME_TEXT_PART(body->part))));
+  if (GMIME_IS_TEXT_PART(body->part)) return LineEndsToLf(Take(g_mime_text_part_get_text(GMIME_TEXT_PART(body->part))));
   return LineEndsToLf(DecodedContent(GMIME_PART(body->part)));
 }
 
@@ -121,8 +117,7 @@ std::string CkEmail::GetHtmlBody() const {
 bool CkEmail::SetTextBody(const std::string& text, const std::string& contentType) {
   const std::string type = contentType.empty() ? "text/plain" : contentType;
   Ref<GMimeContentType> parsed(g_mime_content_type_parse(nullptr, type.c_str()));
-  if (g_mime_content_type_is_type(parsed.get(), "text", "html"))
-    return impl_->SetBody(true, text, type);
+  if (g_mime_content_type_is_type(parsed.get(), "text", "html")) return impl_->SetBody(true, text, type);
   const bool plain = g_mime_content_type_is_type(parsed.get(), "text", "plain") ||
                      g_mime_content_type_is_type(parsed.get(), "text", "enriched") ||
                      g_mime_content_type_is_type(parsed.get(), "text", "richtext");
@@ -136,8 +131,7 @@ bool CkEmail::SetHtmlBody(const std::string& html) {
 
 bool CkEmail::SetMbHtmlBody(const std::string& charset, std::string_view bytes) {
   std::string text;
-  if (!ConvertCharsetLossy(bytes, charset, "utf-8", &text))
-    return impl_->Fail("Unknown charset: " + charset);
+  if (!ConvertCharsetLossy(bytes, charset, "utf-8", &text)) return impl_->Fail("Unknown charset: " + charset);
   return impl_->SetBody(true, text, "text/html");
 }
 

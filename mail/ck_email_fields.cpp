@@ -16,8 +16,7 @@ void Flatten(InternetAddressList* list, std::vector<MailAddress>* out, int depth
       const char* addr = internet_address_mailbox_get_addr(INTERNET_ADDRESS_MAILBOX(address));
       out->push_back({name ? name : "", addr ? addr : ""});
     } else if (INTERNET_ADDRESS_IS_GROUP(address)) {
-      InternetAddressList* members =
-          internet_address_group_get_members(INTERNET_ADDRESS_GROUP(address));
+      InternetAddressList* members = internet_address_group_get_members(INTERNET_ADDRESS_GROUP(address));
       if (members && internet_address_list_length(members) > 0 && depth < 2)
         Flatten(members, out, depth + 1);
       else if (name && *name)
@@ -27,9 +26,8 @@ void Flatten(InternetAddressList* list, std::vector<MailAddress>* out, int depth
 }
 
 Ref<InternetAddress> MakeAddress(const MailAddress& entry) {
-  InternetAddress* address =
-      entry.addr.empty() ? internet_address_group_new(entry.name.c_str())
-                         : internet_address_mailbox_new(entry.name.c_str(), entry.addr.c_str());
+  InternetAddress* address = entry.addr.empty() ? internet_address_group_new(entry.name.c_str())
+                                                : internet_address_mailbox_new(entry.name.c_str(), entry.addr.c_str());
   internet_address_set_charset(address, kHeaderCharset);
   return Ref<InternetAddress>(address);
 }
@@ -79,8 +77,7 @@ using namespace ck_detail;
 bool CkEmail::Impl::AddMultiple(GMimeAddressType type, const std::string& list) {
   const std::vector<MailAddress> entries = ParseAddressEntries(list);
   if (entries.empty()) return Fail("No email addresses were provided");
-  for (const MailAddress& entry : entries)
-    internet_address_list_add(List(type), MakeAddress(entry).get());
+  for (const MailAddress& entry : entries) internet_address_list_add(List(type), MakeAddress(entry).get());
   lastError.clear();
   return true;
 }
@@ -112,8 +109,7 @@ void CkEmail::put_From(const std::string& text) {
   InternetAddressList* from = impl_->List(GMIME_ADDRESS_TYPE_FROM);
   internet_address_list_clear(from);
   const MailAddress entry = ParseAddressEntry(text);
-  if (!entry.name.empty() || !entry.addr.empty())
-    internet_address_list_add(from, MakeAddress(entry).get());
+  if (!entry.name.empty() || !entry.addr.empty()) internet_address_list_add(from, MakeAddress(entry).get());
 }
 
 std::string CkEmail::Subject() const {
@@ -215,14 +211,12 @@ std::string CkEmail::GetHeaderField(const std::string& name) const {
 
 void CkEmail::AddHeaderField(const std::string& name, const std::string& value) {
   if (name.empty()) return;
-  g_mime_object_append_header(GMIME_OBJECT(impl_->message.get()), name.c_str(), value.c_str(),
-                              kHeaderCharset);
+  g_mime_object_append_header(GMIME_OBJECT(impl_->message.get()), name.c_str(), value.c_str(), kHeaderCharset);
 }
 
 void CkEmail::RemoveHeaderField(const std::string& name) {
   // Content-* fields of the top level live on the top part.
-  GMimeObject* holders[] = {GMIME_OBJECT(impl_->message.get()),
-                            g_mime_message_get_mime_part(impl_->message.get())};
+  GMimeObject* holders[] = {GMIME_OBJECT(impl_->message.get()), g_mime_message_get_mime_part(impl_->message.get())};
   for (GMimeObject* holder : holders) {
     if (!holder) continue;
     GMimeHeaderList* list = g_mime_object_get_header_list(holder);

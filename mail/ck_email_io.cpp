@@ -79,8 +79,7 @@ std::string DecodedContent(GMimePart* part) {
 
 void SetContent(GMimePart* part, std::string_view bytes) {
   Ref<GMimeStream> stream(g_mime_stream_mem_new_with_buffer(bytes.data(), bytes.size()));
-  Ref<GMimeDataWrapper> wrapper(
-      g_mime_data_wrapper_new_with_stream(stream.get(), GMIME_CONTENT_ENCODING_DEFAULT));
+  Ref<GMimeDataWrapper> wrapper(g_mime_data_wrapper_new_with_stream(stream.get(), GMIME_CONTENT_ENCODING_DEFAULT));
   g_mime_part_set_content(part, wrapper.get());
 }
 

@@ -16,8 +16,7 @@ std::string MimeTypeOf(GMimeObject* object) {
 namespace {
 
 bool IsPlainType(GMimeObject* part) {
-  return IsType(part, "text", "plain") || IsType(part, "text", "enriched") ||
-         IsType(part, "text", "richtext");
+  return IsType(part, "text", "plain") || IsType(part, "text", "enriched") || IsType(part, "text", "richtext");
 }
 
 bool MarkedAttachment(GMimeObject* part) {
@@ -105,8 +104,7 @@ bool HoldsBody(const std::vector<Leaf>& leaves, GMimeObject* holder) {
 
 // Puts `replacement` where `object` is (in `parent`, or as the message's top
 // part) and hands back the reference the tree held on `object`.
-Ref<GMimeObject> Detach(GMimeMessage* message, GMimeObject* object, GMimeMultipart* parent,
-                        GMimeObject* replacement) {
+Ref<GMimeObject> Detach(GMimeMessage* message, GMimeObject* object, GMimeMultipart* parent, GMimeObject* replacement) {
   if (parent) {
     const int index = g_mime_multipart_index_of(parent, object);
     return Ref<GMimeObject>(g_mime_multipart_replace(parent, index, replacement));
@@ -124,11 +122,10 @@ void SetFileName(GMimeObject* part, const std::string& filename) {
   g_mime_object_set_content_type_parameter(part, "name", filename.c_str());
   GMimeContentDisposition* disposition = g_mime_object_get_content_disposition(part);
   GMimeParam* fromDisposition =
-      disposition ? g_mime_param_list_get_parameter(
-                        g_mime_content_disposition_get_parameters(disposition), "filename")
+      disposition ? g_mime_param_list_get_parameter(g_mime_content_disposition_get_parameters(disposition), "filename")
                   : nullptr;
-  GMimeParam* fromType = g_mime_param_list_get_parameter(
-      g_mime_content_type_get_parameters(g_mime_object_get_content_type(part)), "name");
+  GMimeParam* fromType =
+      g_mime_param_list_get_parameter(g_mime_content_type_get_parameters(g_mime_object_get_content_type(part)), "name");
   for (GMimeParam* param : {fromDisposition, fromType})
     if (param) g_mime_param_set_charset(param, "UTF-8");
 }

@@ -72,8 +72,7 @@ int Count(const std::vector<Leaf>& leaves, Role role);
 bool HoldsBody(const std::vector<Leaf>& leaves, GMimeObject* holder);
 // Puts `replacement` where `object` is (in `parent`, or as the message's top
 // part) and hands back the reference the tree held on `object`.
-Ref<GMimeObject> Detach(GMimeMessage* message, GMimeObject* object, GMimeMultipart* parent,
-                        GMimeObject* replacement);
+Ref<GMimeObject> Detach(GMimeMessage* message, GMimeObject* object, GMimeMultipart* parent, GMimeObject* replacement);
 // The file name as both the disposition's "filename" and the type's "name".
 // Left alone, GMime encodes a non-ASCII name in the smallest charset that
 // holds it (ISO-8859-5 for Cyrillic); UTF-8 is the one every reader knows.
@@ -113,9 +112,7 @@ struct CkEmail::Impl {
     lastError = std::move(text);
     return false;
   }
-  InternetAddressList* List(GMimeAddressType type) const {
-    return g_mime_message_get_addresses(message.get(), type);
-  }
+  InternetAddressList* List(GMimeAddressType type) const { return g_mime_message_get_addresses(message.get(), type); }
   std::vector<MailAddress> Addresses(GMimeAddressType type) const {
     std::vector<MailAddress> out;
     ck_detail::Flatten(List(type), &out);
@@ -124,8 +121,8 @@ struct CkEmail::Impl {
   bool AddMultiple(GMimeAddressType type, const std::string& list);
   MailAddress Recipient(GMimeAddressType type, int index) const;
   std::vector<ck_detail::HeaderField> Fields() const {
-    return ck_detail::SplitHeader(ck_detail::Take(
-        g_mime_object_get_headers(GMIME_OBJECT(message.get()), ck_detail::WriteOptions().get())));
+    return ck_detail::SplitHeader(
+        ck_detail::Take(g_mime_object_get_headers(GMIME_OBJECT(message.get()), ck_detail::WriteOptions().get())));
   }
   ck_detail::Ref<GMimeObject> MakeTextPart(const std::string& contentType, const std::string& text);
   bool SetBody(bool html, const std::string& text, const std::string& contentType);

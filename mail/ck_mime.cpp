@@ -39,8 +39,7 @@ bool CkMime::LoadMime(std::string_view text) {
   // The parser reads from its own copy of the bytes.
   Ref<GMimeStream> stream(g_mime_stream_mem_new_with_buffer(text.data(), text.size()));
   Ref<GMimeParser> parser(g_mime_parser_new_with_stream(stream.get()));
-  Ref<GMimeObject> top(text.empty() ? nullptr
-                                    : g_mime_parser_construct_part(parser.get(), nullptr));
+  Ref<GMimeObject> top(text.empty() ? nullptr : g_mime_parser_construct_part(parser.get(), nullptr));
   if (!top) {
     lastError_ = "Failed to parse MIME";
     return false;

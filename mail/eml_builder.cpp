@@ -11,12 +11,12 @@
 
 #include "content/item_markup.h"
 #include "content/property_values.h"
-#include "text/charset_convert.h"
 #include "mail/ck_email.h"
 #include "mail/ck_string.h"
 #include "mail/file_bytes.h"
 #include "store/ascii_case.h"
 #include "store/temp_file.h"
+#include "text/charset_convert.h"
 
 namespace marrow {
 namespace {
@@ -31,13 +31,11 @@ std::string WithSlash(std::string folder) {
 }
 
 void EraseAll(std::string& text, std::string_view what) {
-  for (std::size_t at = text.find(what); at != std::string::npos; at = text.find(what, at))
-    text.erase(at, what.size());
+  for (std::size_t at = text.find(what); at != std::string::npos; at = text.find(what, at)) text.erase(at, what.size());
 }
 
 void ReplaceAll(std::string& text, std::string_view what, std::string_view with) {
-  for (std::size_t at = text.find(what); at != std::string::npos;
-       at = text.find(what, at + with.size()))
+  for (std::size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + with.size()))
     text.replace(at, what.size(), with);
 }
 
@@ -124,8 +122,7 @@ bool FiletimeToLocalWall(std::uint64_t filetime, std::int64_t* wall) {
 bool ReadNumber(std::string_view text, std::size_t& at, int maxDigits, int* value) {
   int digits = 0;
   *value = 0;
-  while (at < text.size() && digits < maxDigits &&
-         std::isdigit(static_cast<unsigned char>(text[at]))) {
+  while (at < text.size() && digits < maxDigits && std::isdigit(static_cast<unsigned char>(text[at]))) {
     *value = *value * 10 + (text[at++] - '0');
     ++digits;
   }
@@ -143,13 +140,11 @@ bool Expect(std::string_view text, std::size_t& at, char c) {
 bool ParseDateFields(std::string_view text, std::int64_t* localSeconds) {
   std::size_t at = 0;
   int month = 0, day = 0, year = 0, hour = 0, minute = 0;
-  if (!ReadNumber(text, at, 2, &month) || !Expect(text, at, '/') ||
-      !ReadNumber(text, at, 2, &day) || !Expect(text, at, '/') || !ReadNumber(text, at, 4, &year) ||
-      !Expect(text, at, ' ') || !ReadNumber(text, at, 2, &hour) || !Expect(text, at, ':') ||
-      !ReadNumber(text, at, 2, &minute))
+  if (!ReadNumber(text, at, 2, &month) || !Expect(text, at, '/') || !ReadNumber(text, at, 2, &day) ||
+      !Expect(text, at, '/') || !ReadNumber(text, at, 4, &year) || !Expect(text, at, ' ') ||
+      !ReadNumber(text, at, 2, &hour) || !Expect(text, at, ':') || !ReadNumber(text, at, 2, &minute))
     return false;
-  const std::chrono::year_month_day date{std::chrono::year{year},
-                                         std::chrono::month{static_cast<unsigned>(month)},
+  const std::chrono::year_month_day date{std::chrono::year{year}, std::chrono::month{static_cast<unsigned>(month)},
                                          std::chrono::day{static_cast<unsigned>(day)}};
   if (year < 1900 || !date.ok() || hour > 23 || minute > 59) return false;
   const std::int64_t days = std::chrono::sys_days(date).time_since_epoch().count();
@@ -202,14 +197,12 @@ std::string HtmlEscaped(const std::string& text) {
 bool ParseDateText(const std::string& text, std::int64_t* localSeconds) {
   // The weekday in front is dropped; a text without one is read whole.
   const std::size_t blank = text.find(' ');
-  if (blank != std::string::npos &&
-      ParseDateFields(std::string_view(text).substr(blank + 1), localSeconds))
+  if (blank != std::string::npos && ParseDateFields(std::string_view(text).substr(blank + 1), localSeconds))
     return true;
   return ParseDateFields(text, localSeconds);
 }
 
-bool RepairMime(const std::string& path, const std::string& text, bool isPlain,
-                const std::string& html) {
+bool RepairMime(const std::string& path, const std::string& text, bool isPlain, const std::string& html) {
   std::string stored;
   if (!ReadWholeFile(path, &stored)) return false;
   // The stored type describes a body that is not there: its multipart
@@ -252,8 +245,7 @@ bool RepairMime(const std::string& path, const std::string& text, bool isPlain,
   return email.SaveEml(path);
 }
 
-std::string BuildEml(const std::string& itemFolder, const EmlParts& parts,
-                     const AttachmentFiles& attachments) {
+std::string BuildEml(const std::string& itemFolder, const EmlParts& parts, const AttachmentFiles& attachments) {
   const std::string folder = WithSlash(itemFolder);
   const std::string result = folder + NewGuidText() + ".mht";
 
@@ -264,8 +256,7 @@ std::string BuildEml(const std::string& itemFolder, const EmlParts& parts,
     if (WriteWholeFile(headerPath, parts.transportHeaders)) {
       // RepairMime has put a body type of our own in place of the stored
       // one, so there is no stored Content-Type left to remove.
-      if (RepairMime(headerPath, "", parts.isPlain, "") && email.LoadEml(headerPath))
-        email.DropAttachments();
+      if (RepairMime(headerPath, "", parts.isPlain, "") && email.LoadEml(headerPath)) email.DropAttachments();
       std::error_code ec;
       fs::remove(headerPath, ec);
     }
@@ -324,8 +315,7 @@ std::string BuildEml(const std::string& itemFolder, const EmlParts& parts,
   return result;
 }
 
-std::string BuildItemEml(const std::string& itemFolder, const ItemEmlParts& parts,
-                         const AttachmentFiles& attachments) {
+std::string BuildItemEml(const std::string& itemFolder, const ItemEmlParts& parts, const AttachmentFiles& attachments) {
   const std::string folder = WithSlash(itemFolder);
   const std::string rows = ReadMarkup(parts.itemText);
 

@@ -16,8 +16,7 @@ namespace marrow {
 // multipart boundary (whose parts are gone) is replaced, the spam filters'
 // fields and "Authentication-Results" are dropped, and the bodies are set
 // from `text` and `html`. False when the file does not load as a message.
-bool RepairMime(const std::string& path, const std::string& text, bool isPlain,
-                const std::string& html);
+bool RepairMime(const std::string& path, const std::string& text, bool isPlain, const std::string& html);
 
 // What BuildEml puts in a message besides the attachments.
 struct EmlParts {
@@ -39,8 +38,7 @@ struct EmlParts {
 
 // Builds the message in a fresh "{GUID}.mht" file of `itemFolder` and
 // returns its path (also when a step could not write it).
-std::string BuildEml(const std::string& itemFolder, const EmlParts& parts,
-                     const AttachmentFiles& attachments);
+std::string BuildEml(const std::string& itemFolder, const EmlParts& parts, const AttachmentFiles& attachments);
 
 // What BuildItemEml needs of an item that is not mail.
 struct ItemEmlParts {
@@ -56,8 +54,7 @@ struct ItemEmlParts {
 // HTML, the rows again as an attached "ExtraInformation.txt", and its
 // attachment files. Returns the path of a fresh "{GUID}.eml" in `itemFolder`,
 // "" when nothing could be written.
-std::string BuildItemEml(const std::string& itemFolder, const ItemEmlParts& parts,
-                         const AttachmentFiles& attachments);
+std::string BuildItemEml(const std::string& itemFolder, const ItemEmlParts& parts, const AttachmentFiles& attachments);
 
 // Local wall-clock seconds (the fields counted as if UTC) of a GetDateText
 // text, with or without its weekday; false when it names no time after 1900.

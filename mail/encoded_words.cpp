@@ -16,7 +16,7 @@ constexpr char kBase64[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz
 struct Word {
   std::size_t begin = 0, end = 0;  // the whole "=?...?=" in the value
   std::string_view charset;
-  char encoding = 0;               // 'B' or 'Q'
+  char encoding = 0;  // 'B' or 'Q'
   std::string_view text;
 };
 
@@ -35,7 +35,9 @@ bool ParseWord(std::string_view s, std::size_t at, Word& w) {
   return true;
 }
 
-bool IsBlank(std::string_view s) { return s.find_first_not_of(" \t\r\n") == std::string_view::npos; }
+bool IsBlank(std::string_view s) {
+  return s.find_first_not_of(" \t\r\n") == std::string_view::npos;
+}
 
 bool IsUtf8(std::string_view charset) {
   const std::string name(charset);
@@ -76,8 +78,7 @@ void DecodeWord(const Word& w, std::string& out) {
     const char c = w.text[i];
     if (c == '_') {
       out += ' ';
-    } else if (c == '=' && i + 2 < w.text.size() && HexValue(w.text[i + 1]) >= 0 &&
-               HexValue(w.text[i + 2]) >= 0) {
+    } else if (c == '=' && i + 2 < w.text.size() && HexValue(w.text[i + 1]) >= 0 && HexValue(w.text[i + 2]) >= 0) {
       out += static_cast<char>(HexValue(w.text[i + 1]) * 16 + HexValue(w.text[i + 2]));
       i += 2;
     } else {

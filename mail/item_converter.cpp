@@ -3,11 +3,11 @@
 #include <filesystem>
 #include <set>
 
-#include "mail/eml_builder.h"
 #include "content/item_render.h"
 #include "content/multi_values.h"
 #include "content/property_values.h"
 #include "mail/ck_email.h"
+#include "mail/eml_builder.h"
 #include "mail/file_bytes.h"
 
 namespace marrow {
@@ -37,15 +37,14 @@ std::string FileNameFor(std::string name) {
 // Moves a converted embedded message to its attachment name (numbered when
 // the name is taken), so that the attached message carries it. Where no
 // name can be had the file stays where it is.
-std::string MoveToName(const std::string& folder, const std::string& path,
-                       const std::string& name) {
+std::string MoveToName(const std::string& folder, const std::string& path, const std::string& name) {
   const fs::path wanted = FileNameFor(name);
   std::error_code ec;
   for (int n = 1; n < 100; ++n) {
     const fs::path target =
-        fs::path(folder) / (n == 1 ? wanted
-                                   : fs::path(wanted.stem().string() + " (" + std::to_string(n) +
-                                              ")" + wanted.extension().string()));
+        fs::path(folder) /
+        (n == 1 ? wanted
+                : fs::path(wanted.stem().string() + " (" + std::to_string(n) + ")" + wanted.extension().string()));
     if (fs::exists(target, ec)) continue;
     fs::rename(path, target, ec);
     return ec ? path : target.string();
@@ -57,8 +56,7 @@ std::string ReadBodyText(const std::string& path, bool isUnicode, unsigned codeP
   std::string bytes;
   if (path.empty() || !ReadWholeFile(path, &bytes)) return {};
   const auto* data = reinterpret_cast<const std::uint8_t*>(bytes.data());
-  return isUnicode ? Utf16ToUtf8(data, bytes.size())
-                   : CodePageToUtf8(data, bytes.size(), codePage);
+  return isUnicode ? Utf16ToUtf8(data, bytes.size()) : CodePageToUtf8(data, bytes.size(), codePage);
 }
 
 SubnodeBytes SubnodeBytesOf(StoreReader* store, const SubnodeLists& subnodes) {
@@ -116,8 +114,7 @@ std::string Convert(ItemReader& items, const PropertyBag& bag, const SubnodeList
   result.importance = header.importance;
   result.categories = GetCategories(bag, names);
   if (result.kind != kKindMail) {
-    result.itemText = RenderItem(result.kind, bag, names, RowKind::kSave,
-                                 SubnodeBytesOf(options.store, subnodes));
+    result.itemText = RenderItem(result.kind, bag, names, RowKind::kSave, SubnodeBytesOf(options.store, subnodes));
     if (!result.itemText.empty())
       result.plainBody = ReadBodyText(header.textPath, header.textIsUnicode, header.codePage);
   }
@@ -130,19 +127,18 @@ std::string Convert(ItemReader& items, const PropertyBag& bag, const SubnodeList
   }
 
   std::set<std::string> messages;
-  items.ReadAttachments(subnodes, result.attachments,
-                        [&](EmbeddedMessage& nested, const std::string& name) -> std::string {
-                          if (depth + 1 > kMaxEmbedDepth || budget <= 0) return {};
-                          --budget;
-                          ItemResult inner;
-                          const std::string path = Convert(items, nested.bag, nested.subnodes,
-                                                           options, inner, depth + 1, budget);
-                          items.SetTextCodePage(header.codePage);  // the nested item set its own
-                          if (path.empty()) return {};
-                          const std::string named = MoveToName(items.ItemFolder(), path, name);
-                          messages.insert(named);
-                          return named;
-                        });
+  items.ReadAttachments(
+      subnodes, result.attachments, [&](EmbeddedMessage& nested, const std::string& name) -> std::string {
+        if (depth + 1 > kMaxEmbedDepth || budget <= 0) return {};
+        --budget;
+        ItemResult inner;
+        const std::string path = Convert(items, nested.bag, nested.subnodes, options, inner, depth + 1, budget);
+        items.SetTextCodePage(header.codePage);  // the nested item set its own
+        if (path.empty()) return {};
+        const std::string named = MoveToName(items.ItemFolder(), path, name);
+        messages.insert(named);
+        return named;
+      });
   for (AttachmentFile& file : result.attachments) {
     if (messages.count(file.path) != 0) file.mimeTag = "message/rfc822";
   }
@@ -181,8 +177,7 @@ std::string ParseFromHeaders(const std::string& headers) {
   return email.SetFromMimeText(headers) ? email.From() : std::string();
 }
 
-void ParseEmlRecipients(const std::string& emlPath, std::string& to, std::string& cc,
-                        std::string& bcc) {
+void ParseEmlRecipients(const std::string& emlPath, std::string& to, std::string& cc, std::string& bcc) {
   CkEmail email;
   if (!email.LoadEml(emlPath)) return;
   // Name-only recipients have no address to give.

@@ -14,9 +14,9 @@
 namespace marrow {
 
 struct ItemResult {
-  int kind = 0;          // ClassifyItem of the message class
-  std::string typeText;  // "EMAIL", "JOURNAL", "TASK", "CALENDER", "CONTACT"
-  std::string rtfPath;   // the RTF body left for the pipeline; the EML then has an empty body
+  int kind = 0;                    // ClassifyItem of the message class
+  std::string typeText;            // "EMAIL", "JOURNAL", "TASK", "CALENDER", "CONTACT"
+  std::string rtfPath;             // the RTF body left for the pipeline; the EML then has an empty body
   std::uint64_t deliveryTime = 0;  // FILETIME
   std::string messageClass;
   std::uint32_t messageFlags = 0;
@@ -53,7 +53,6 @@ std::string ConvertItem(ItemReader& items, const PropertyBag& bag, const Subnode
 // The From field of a block of transport headers; "" when it has none.
 std::string ParseFromHeaders(const std::string& headers);
 // The addresses of an EML file's To, Cc and Bcc as "addr;addr;" lists.
-void ParseEmlRecipients(const std::string& emlPath, std::string& to, std::string& cc,
-                        std::string& bcc);
+void ParseEmlRecipients(const std::string& emlPath, std::string& to, std::string& cc, std::string& bcc);
 
 }  // namespace marrow

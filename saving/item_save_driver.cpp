@@ -21,12 +21,12 @@ ItemSaveDriver::~ItemSaveDriver() {
 }
 
 void ItemSaveDriver::Attach(SavePipeline& pipeline) {
-  pipeline.SetConversion([this](const FolderItem& item, const SaveFilter* filter,
-                                const ItemWants& wants) { return Convert(item, filter, wants); });
+  pipeline.SetConversion([this](const FolderItem& item, const SaveFilter* filter, const ItemWants& wants) {
+    return Convert(item, filter, wants);
+  });
 }
 
-ConvertedItem ItemSaveDriver::Convert(const FolderItem& item, const SaveFilter* filter,
-                                      const ItemWants& wants) {
+ConvertedItem ItemSaveDriver::Convert(const FolderItem& item, const SaveFilter* filter, const ItemWants& wants) {
   ConvertedItem out;
   items_.ClearItemFolder();
   SubnodeLists subnodes;
@@ -37,8 +37,7 @@ ConvertedItem ItemSaveDriver::Convert(const FolderItem& item, const SaveFilter* 
   options.store = &reader_;
   options.directSave = true;
   options.filter = [filter](const ItemResult& r) {
-    return ItemAllowed(filter, r.fromText, r.toText, r.subject,
-                       FiletimeToUnixSeconds(r.deliveryTime), r.messageClass);
+    return ItemAllowed(filter, r.fromText, r.toText, r.subject, FiletimeToUnixSeconds(r.deliveryTime), r.messageClass);
   };
   ItemResult result;
   out.emlPath = ConvertItem(items_, bag, subnodes, options, result);

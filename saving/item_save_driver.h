@@ -24,8 +24,7 @@ class ItemSaveDriver {
 
   // The files stay until the next item is converted. A task, contact,
   // appointment or journal entry gets the MIME file made from its rows.
-  ConvertedItem Convert(const FolderItem& item, const SaveFilter* filter,
-                        const ItemWants& wants = {});
+  ConvertedItem Convert(const FolderItem& item, const SaveFilter* filter, const ItemWants& wants = {});
 
  private:
   std::string RebuildNonMail(const ItemResult& result);

@@ -37,8 +37,7 @@ class ItemWriter {
   // The folder's directory exists; `folderName` is its own label. A folder
   // lasts until the next BeginFolder or EndRun. False, with `failure` set,
   // ends the walk.
-  virtual bool BeginFolder(const std::string& folderPath, const std::string& folderName,
-                           std::string& failure) = 0;
+  virtual bool BeginFolder(const std::string& folderPath, const std::string& folderName, std::string& failure) = 0;
   // True when the item became an output.
   virtual bool WriteItem(const ConvertedItem& item, const ItemPlace& place) = 0;
   virtual void EndRun() {}

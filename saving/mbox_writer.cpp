@@ -37,13 +37,11 @@ void MboxWriter::AppendToMbox(const std::string& emlPath) {
   WriteAtEnd("\r\n", 2);
 }
 
-bool MboxWriter::BeginFolder(const std::string& folderPath, const std::string& folderName,
-                             std::string& failure) {
+bool MboxWriter::BeginFolder(const std::string& folderPath, const std::string& folderName, std::string& failure) {
   Close();
   // The folder's own name is used as it stands; one a file name cannot
   // hold fails here, as it would anywhere.
-  const bool usable =
-      folderName.find('/') == std::string::npos && folderName.find('\0') == std::string::npos;
+  const bool usable = folderName.find('/') == std::string::npos && folderName.find('\0') == std::string::npos;
   if (!usable || !Open(folderPath + folderName + ".MBOX")) {
     failure = "Unable to create " + folderPath + folderName + ".MBOX";
     return false;

@@ -27,8 +27,7 @@ class MboxWriter final : public ItemWriter {
   void AppendToMbox(const std::string& emlPath);
 
   // The folder's file is "<folderName>.MBOX" inside its directory.
-  bool BeginFolder(const std::string& folderPath, const std::string& folderName,
-                   std::string& failure) override;
+  bool BeginFolder(const std::string& folderPath, const std::string& folderName, std::string& failure) override;
   bool WriteItem(const ConvertedItem& item, const ItemPlace& place) override;
   void EndRun() override { Close(); }
 

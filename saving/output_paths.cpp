@@ -11,8 +11,7 @@ namespace {
 constexpr std::size_t kMaxOutputPath = 245;
 
 bool IsTopFolder(const std::string& upper) {
-  return upper == "IPM_SUBTREE" || upper == "TOP OF PERSONAL FOLDERS" ||
-         upper == "TOP OF OUTLOOK DATA FILE";
+  return upper == "IPM_SUBTREE" || upper == "TOP OF PERSONAL FOLDERS" || upper == "TOP OF OUTLOOK DATA FILE";
 }
 
 }  // namespace
@@ -20,8 +19,7 @@ bool IsTopFolder(const std::string& upper) {
 std::string SafePathComponent(const std::string& name) {
   std::string out = name;
   for (char& c : out) {
-    if (c == '/' || c == ':' || c == '*' || c == '?' || c == '"' || c == '<' || c == '>' ||
-        c == '|' || c == '\0') {
+    if (c == '/' || c == ':' || c == '*' || c == '?' || c == '"' || c == '<' || c == '>' || c == '|' || c == '\0') {
       c = '_';
     }
   }
@@ -34,13 +32,12 @@ std::string StoreOutputFolder(const std::string& destination, const std::string&
   const std::string base = fs::path(sourcePath).filename().string();
   std::string name = base;
   std::error_code ec;
-  for (int n = 1; fs::exists(destination + name, ec); ++n)
-    name = base + "(" + std::to_string(n) + ")";
+  for (int n = 1; fs::exists(destination + name, ec); ++n) name = base + "(" + std::to_string(n) + ")";
   return destination + SafePathComponent(name) + "/";
 }
 
-std::string RelativeFolderPath(const TreeSink& tree, TreeItem storeItem, TreeItem folder,
-                               const std::string& rootName, std::vector<std::string>* names) {
+std::string RelativeFolderPath(const TreeSink& tree, TreeItem storeItem, TreeItem folder, const std::string& rootName,
+                               std::vector<std::string>* names) {
   const std::string root = AsciiUpper(rootName);
   std::vector<std::string> parts{tree.Text(folder)};
   for (TreeItem at = tree.Parent(folder); at != 0 && at != storeItem; at = tree.Parent(at)) {

@@ -21,8 +21,7 @@ std::string StoreOutputFolder(const std::string& destination, const std::string&
 // folders ("IPM_SUBTREE", "Top of Personal Folders"...) and the folder named
 // `rootName` (any case; "" for none) end the path upwards, nameless folders
 // are passed over. `names` receives the names as they stand.
-std::string RelativeFolderPath(const TreeSink& tree, TreeItem storeItem, TreeItem folder,
-                               const std::string& rootName,
+std::string RelativeFolderPath(const TreeSink& tree, TreeItem storeItem, TreeItem folder, const std::string& rootName,
                                std::vector<std::string>* names = nullptr);
 
 // Whether a folder path is longer than a save makes, counted in characters.

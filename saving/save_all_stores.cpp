@@ -7,14 +7,12 @@ namespace marrow {
 bool HasCheckedFolder(TreeSink& tree, TreeItem storeItem, const std::string& storePath) {
   // Depth first, without recursion: the first checked folder answers.
   std::vector<TreeItem> stack;
-  for (TreeItem child = tree.FirstChild(storeItem); child != 0; child = tree.NextSibling(child))
-    stack.push_back(child);
+  for (TreeItem child = tree.FirstChild(storeItem); child != 0; child = tree.NextSibling(child)) stack.push_back(child);
   while (!stack.empty()) {
     const TreeItem item = stack.back();
     stack.pop_back();
     if (tree.IsChecked(item)) return true;
-    for (TreeItem child = tree.FirstChild(item); child != 0; child = tree.NextSibling(child))
-      stack.push_back(child);
+    for (TreeItem child = tree.FirstChild(item); child != 0; child = tree.NextSibling(child)) stack.push_back(child);
   }
   return tree.IsChecked(storeItem) && tree.Text(storeItem) != storePath;
 }

@@ -23,9 +23,8 @@ struct SaveAllEnd {
 // Saves every store that has a checked folder, in list order, then each
 // store still to be scanned (`pendingPaths`, checked rows not yet read):
 // `scanPending` scans it and gives its pipeline, or nullptr. Stops on cancel.
-SaveAllEnd SaveAllStores(
-    const std::vector<SavePipeline*>& stores, const SaveOptions& options,
-    const std::vector<std::string>& pendingPaths = {},
-    const std::function<SavePipeline*(const std::string& path)>& scanPending = {});
+SaveAllEnd SaveAllStores(const std::vector<SavePipeline*>& stores, const SaveOptions& options,
+                         const std::vector<std::string>& pendingPaths = {},
+                         const std::function<SavePipeline*(const std::string& path)>& scanPending = {});
 
 }  // namespace marrow

@@ -17,7 +17,7 @@ bool FolderAllowed(const SaveFilter* filter, const std::string& name);
 
 // From, To, Subject, Item Type and Date Range in this order; the first
 // refusal decides. No filter (a run over chosen items) passes everything.
-bool ItemAllowed(const SaveFilter* filter, const std::string& from, const std::string& to,
-                 const std::string& subject, std::int64_t date, const std::string& messageClass);
+bool ItemAllowed(const SaveFilter* filter, const std::string& from, const std::string& to, const std::string& subject,
+                 std::int64_t date, const std::string& messageClass);
 
 }  // namespace marrow

@@ -19,16 +19,15 @@ namespace fs = std::filesystem;
 std::vector<std::string> DistinctFolders(const std::vector<ChosenItem>& items) {
   std::vector<std::string> folders;
   for (const ChosenItem& item : items) {
-    if (std::find(folders.begin(), folders.end(), item.folderPath) == folders.end())
-      folders.push_back(item.folderPath);
+    if (std::find(folders.begin(), folders.end(), item.folderPath) == folders.end()) folders.push_back(item.folderPath);
   }
   return folders;
 }
 
 }  // namespace
 
-SavePipeline::SavePipeline(StoreReader& reader, const RecoveryState& state, TreeSink& tree,
-                           TreeItem storeItem, const ProfileStore& profile)
+SavePipeline::SavePipeline(StoreReader& reader, const RecoveryState& state, TreeSink& tree, TreeItem storeItem,
+                           const ProfileStore& profile)
     : reader_(reader), state_(state), tree_(tree), storeItem_(storeItem), profile_(profile) {}
 
 void SavePipeline::SetConversion(ItemConversion convert) {
@@ -53,18 +52,17 @@ SaveEnd SavePipeline::SaveStore(const SaveOptions& options) {
     destination = StoreOutputFolder(destination, reader_.SourcePath());
   run_.outputKind = options.kind;
   run_.saveAsCode = route.saveAsCode;
-  if (options.kind ==
-      kOutputPrint) {  // the pipeline has no branch for printing: nothing is written
+  if (options.kind == kOutputPrint) {  // the pipeline has no branch for printing: nothing is written
     ResetRun();
     return EndOfRun();
   }
-  RunSave(route.usesEngine, route.singleStore, !options.hierarchyWithoutRoot, destination, 0,
-          options.splitIndex, options.storePrefix);
+  RunSave(route.usesEngine, route.singleStore, !options.hierarchyWithoutRoot, destination, 0, options.splitIndex,
+          options.storePrefix);
   return EndOfRun();
 }
 
-SaveEnd SavePipeline::SaveChosenItems(const std::vector<ChosenItem>& items,
-                                      const std::string& destination, OutputKind kind) {
+SaveEnd SavePipeline::SaveChosenItems(const std::vector<ChosenItem>& items, const std::string& destination,
+                                      OutputKind kind) {
   filter_ = &noFilter_;
   chosen_ = &items;
   run_.outputKind = kind;
@@ -100,8 +98,8 @@ SaveEnd SavePipeline::EndOfRun() {
 }
 
 void SavePipeline::RunSave(bool usesEngine, bool singleStore, bool skipTopFolderChoice,
-                           const std::string& destinationPath, std::uint32_t oeParentFolderId,
-                           int splitIndex, const std::string& storePrefix) {
+                           const std::string& destinationPath, std::uint32_t oeParentFolderId, int splitIndex,
+                           const std::string& storePrefix) {
   ResetRun();
   const OutputKind kind = run_.outputKind;
   run_.targetMode = kind == kOutputServer ? 4 : 0;
@@ -109,8 +107,7 @@ void SavePipeline::RunSave(bool usesEngine, bool singleStore, bool skipTopFolder
   run_.singleStore = singleStore;
   run_.skipTopFolderChoice = skipTopFolderChoice;
   run_.destinationPath = destinationPath;
-  if (!run_.destinationPath.empty() && run_.destinationPath.back() != '/')
-    run_.destinationPath += '/';
+  if (!run_.destinationPath.empty() && run_.destinationPath.back() != '/') run_.destinationPath += '/';
   run_.oeParentFolderId = oeParentFolderId;
   run_.splitIndex = splitIndex;
   run_.storePrefix = storePrefix;
@@ -151,8 +148,7 @@ bool SavePipeline::PrepareFolderOutput(const std::string& relPath, const std::st
   const std::string full = run_.destinationPath + relPath;
   if (OutputPathTooLong(full)) {
     failure_ =
-        "The provided path is too long to create\nPlease provide different destination path\n" +
-        run_.destinationPath;
+        "The provided path is too long to create\nPlease provide different destination path\n" + run_.destinationPath;
     return false;
   }
   std::error_code ec;
@@ -170,9 +166,7 @@ void SavePipeline::WalkCheckedFolders() {
   for (std::size_t i = 0; i < state_.folders.size(); ++i) {
     if (IsCancelled()) return;
     const FolderRecord& folder = state_.folders[i];
-    if (folder.treeItem == kNoTreeItem || folder.treeItem == storeItem_ ||
-        !tree_.IsChecked(folder.treeItem))
-      continue;
+    if (folder.treeItem == kNoTreeItem || folder.treeItem == storeItem_ || !tree_.IsChecked(folder.treeItem)) continue;
     const std::string label = tree_.Text(folder.treeItem);
     if (!FolderAllowed(filter_, label)) continue;
     const std::string relPath = RelativePath(folder.treeItem);
@@ -211,13 +205,10 @@ void SavePipeline::WalkFolderItems(std::size_t folderRow) {
 
 void SavePipeline::SaveOneItem(const FolderItem& item) {
   if (IsCancelled() || !convert_ || writer_ == nullptr) return;
-  if ((run_.saveDeletedMode == 2 && item.isLost) || (run_.saveDeletedMode == 3 && !item.isLost))
-    return;
+  if ((run_.saveDeletedMode == 2 && item.isLost) || (run_.saveDeletedMode == 3 && !item.isLost)) return;
   const ConvertedItem converted = convert_(item, filter_, writer_->Wants());
   // Filtered, or nothing to show for it: never counted.
-  if (converted.fromText.empty() && converted.header.subject.empty() &&
-      converted.header.deliveryTime == 0)
-    return;
+  if (converted.fromText.empty() && converted.header.subject.empty() && converted.header.deliveryTime == 0) return;
   if (converted.emlPath.empty()) return;
   const bool chosenRun = chosen_ != nullptr;
   if (chosenRun) ++run_.selectedDone;
@@ -240,10 +231,8 @@ void SavePipeline::SaveOneItem(const FolderItem& item) {
 
 void SavePipeline::WriteItem(const ConvertedItem& item) {
   std::error_code ec;
-  if (!fs::exists(item.emlPath, ec))
-    return;  // the number stays used: a gap tells which item failed
-  const ItemPlace place{run_.destinationPath + run_.currentRelFolder, run_.currentRelFolder,
-                        run_.fileIndex};
+  if (!fs::exists(item.emlPath, ec)) return;  // the number stays used: a gap tells which item failed
+  const ItemPlace place{run_.destinationPath + run_.currentRelFolder, run_.currentRelFolder, run_.fileIndex};
   if (writer_->WriteItem(item, place)) ++itemsWritten_;
 }
 

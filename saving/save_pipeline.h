@@ -25,8 +25,8 @@ struct RecoveryState;
 // Converts one item to its MIME file and header lines (and what `wants`
 // asks for besides); the filter of the run is the caller's to apply (a
 // refused item comes back with no sender, subject or time).
-using ItemConversion = std::function<ConvertedItem(const FolderItem& item, const SaveFilter* filter,
-                                                   const ItemWants& wants)>;
+using ItemConversion =
+    std::function<ConvertedItem(const FolderItem& item, const SaveFilter* filter, const ItemWants& wants)>;
 
 // The end of a store's run, for the caller to show.
 struct SaveEnd {
@@ -80,15 +80,13 @@ class SavePipeline {
   SaveEnd SaveStore(const SaveOptions& options);
   // Saves items chosen in a list, each under `destination` and its folder
   // path, numbered per folder in the order chosen. No filter applies.
-  SaveEnd SaveChosenItems(const std::vector<ChosenItem>& items, const std::string& destination,
-                          OutputKind kind);
+  SaveEnd SaveChosenItems(const std::vector<ChosenItem>& items, const std::string& destination, OutputKind kind);
 
   // --- Steps, public for the GUI and the tests ----------------------------
   // One run to `destinationPath`, by the route the pair names and the writer
   // of the run's output kind.
-  void RunSave(bool usesEngine, bool singleStore, bool skipTopFolderChoice,
-               const std::string& destinationPath, std::uint32_t oeParentFolderId, int splitIndex,
-               const std::string& storePrefix);
+  void RunSave(bool usesEngine, bool singleStore, bool skipTopFolderChoice, const std::string& destinationPath,
+               std::uint32_t oeParentFolderId, int splitIndex, const std::string& storePrefix);
   // The folder's path below the store, top folders left out, "/" after each name.
   std::string RelativePath(TreeItem folder, std::vector<std::string>* names = nullptr) const;
   // Makes the folder's output directory and opens it in the writer.

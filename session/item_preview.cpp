@@ -75,8 +75,7 @@ bool ReadItemPreview(Source& source, const ItemRow& row, ItemPreview& out) {
 
   AttachmentFiles attachments;
   // An embedded message is named, not converted: the name stands for its file.
-  items.ReadAttachments(subnodes, attachments,
-                        [](EmbeddedMessage&, const std::string& name) { return name; });
+  items.ReadAttachments(subnodes, attachments, [](EmbeddedMessage&, const std::string& name) { return name; });
   for (const AttachmentFile& file : attachments) out.attachmentNames.push_back(file.name);
   return true;
 }

@@ -13,8 +13,8 @@ class Source;
 
 struct ItemPreview {
   std::string from, to, cc, bcc, subject, date;
-  std::string plainBody;  // UTF-8
-  std::string htmlBody;   // the stored bytes; the document names its charset
+  std::string plainBody;                     // UTF-8
+  std::string htmlBody;                      // the stored bytes; the document names its charset
   std::vector<std::string> attachmentNames;  // in subnode order; embedded messages too
 };
 

@@ -28,8 +28,7 @@ NodeProperties ReadNodeProperties(StoreReader& reader, std::uint64_t nodeId) {
   return node;
 }
 
-bool ReadNodeProperties(const std::string& storePath, std::uint64_t nodeId, NodeProperties& out,
-                        std::string& error) {
+bool ReadNodeProperties(const std::string& storePath, std::uint64_t nodeId, NodeProperties& out, std::string& error) {
   StoreReader reader;
   if (!reader.OpenStore(storePath)) {
     error = reader.LastError();
@@ -39,6 +38,8 @@ bool ReadNodeProperties(const std::string& storePath, std::uint64_t nodeId, Node
   return true;
 }
 
-bool WriteNodeRtf(const NodeProperties& node, const std::string& path) { return WriteRtfBody(node.bag, path); }
+bool WriteNodeRtf(const NodeProperties& node, const std::string& path) {
+  return WriteRtfBody(node.bag, path);
+}
 
 }  // namespace marrow

@@ -26,8 +26,7 @@ struct NodeProperties {
 NodeProperties ReadNodeProperties(StoreReader& reader, std::uint64_t nodeId);
 // The same over a store file opened for the purpose. False, with `error` the
 // reader's text, when the file cannot be opened.
-bool ReadNodeProperties(const std::string& storePath, std::uint64_t nodeId, NodeProperties& out,
-                        std::string& error);
+bool ReadNodeProperties(const std::string& storePath, std::uint64_t nodeId, NodeProperties& out, std::string& error);
 
 // Writes the node's compressed RTF body, decompressed and checked, to `path`;
 // false when it has none that passes.

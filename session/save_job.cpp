@@ -72,11 +72,12 @@ SaveJobEnd RunSaveJob(Session& session, const SaveJob& job) {
   auto prepare = [&](std::size_t index) -> SavePipeline* {
     Source& source = session.At(index);
     StoreSave& save = saves[index];
-    save.pipeline = std::make_unique<SavePipeline>(source.Reader(), source.State(), source.Tree(), source.Root(), profile);
+    save.pipeline =
+        std::make_unique<SavePipeline>(source.Reader(), source.State(), source.Tree(), source.Root(), profile);
     // Each store's items pass through a folder of its own.
     save.driver = std::make_unique<ItemSaveDriver>(
-        source.Reader(), DefaultTempFolder() + "/tempjj32125-" + std::to_string(::getpid()) + "-" +
-                             std::to_string(index) + "/");
+        source.Reader(),
+        DefaultTempFolder() + "/tempjj32125-" + std::to_string(::getpid()) + "-" + std::to_string(index) + "/");
     save.driver->Attach(*save.pipeline);
     return save.pipeline.get();
   };

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "saving/save_options.h"
 #include "saving/save_all_stores.h"
+#include "saving/save_options.h"
 #include "saving/save_pipeline.h"
 
 namespace marrow {

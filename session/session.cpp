@@ -20,6 +20,8 @@ bool Session::AddSnapshot(const std::string& snapshotPath, std::string& error) {
   return true;
 }
 
-RecoveryOutcome Session::Parse(std::size_t index) { return sources_[index]->Recover(*progress_); }
+RecoveryOutcome Session::Parse(std::size_t index) {
+  return sources_[index]->Recover(*progress_);
+}
 
 }  // namespace marrow

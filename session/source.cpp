@@ -56,7 +56,9 @@ std::vector<FolderPath> Source::Folders() const {
   return out;
 }
 
-const FolderRecord& Source::Folder(std::size_t row) const { return state_.folders[row]; }
+const FolderRecord& Source::Folder(std::size_t row) const {
+  return state_.folders[row];
+}
 
 long Source::FindFolder(const std::string& path) const {
   for (const FolderPath& f : Folders()) {
@@ -77,6 +79,8 @@ std::vector<bool> Source::CheckOnly(const std::vector<std::string>& paths) {
   return found;
 }
 
-void Source::SaveSnapshot(const std::string& path) { WriteSnapshot(*reader_, state_, path); }
+void Source::SaveSnapshot(const std::string& path) {
+  WriteSnapshot(*reader_, state_, path);
+}
 
 }  // namespace marrow

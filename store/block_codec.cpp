@@ -7,6 +7,7 @@ namespace {
 
 // The three published 256-byte substitution tables of the block encoding,
 // stored one after the other.
+// clang-format off
 constexpr std::uint8_t kCryptTables[768] = {
     // R: encodes one byte of a permuted block
      65,  54,  19,  98, 168,  33, 110, 187, 244,  22, 204,   4, 127, 100, 232,  93,
@@ -60,6 +61,7 @@ constexpr std::uint8_t kCryptTables[768] = {
     200, 161, 128, 166, 153, 152, 168,  47,  14, 129, 101, 115, 228, 194, 162, 138,
     212, 225,  17, 208,   8, 139,  42, 242, 237, 154, 100,  63, 193, 108, 249, 236,
 };
+// clang-format on
 
 constexpr const std::uint8_t* kR = kCryptTables;
 constexpr const std::uint8_t* kS = kCryptTables + 256;
@@ -91,7 +93,9 @@ int DecodeBlock(std::uint8_t* buffer, std::size_t size, std::uint64_t key, bool 
   return 0;
 }
 
-std::span<const std::uint8_t, 768> CryptTables() { return std::span<const std::uint8_t, 768>(kCryptTables, 768); }
+std::span<const std::uint8_t, 768> CryptTables() {
+  return std::span<const std::uint8_t, 768>(kCryptTables, 768);
+}
 
 std::vector<std::uint8_t> InflateBuffer(Bytes data, std::size_t maxOut) {
   // Fed in pieces of 20000 bytes and drained 4000 at a time; what came out
@@ -122,6 +126,8 @@ std::vector<std::uint8_t> InflateBuffer(Bytes data, std::size_t maxOut) {
   return out;
 }
 
-bool LooksDeflated(Bytes data) { return data.size() >= 2 && data[0] == 0x78 && data[1] == 0x9C; }
+bool LooksDeflated(Bytes data) {
+  return data.size() >= 2 && data[0] == 0x78 && data[1] == 0x9C;
+}
 
 }  // namespace marrow

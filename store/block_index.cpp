@@ -4,8 +4,8 @@
 
 namespace marrow {
 
-bool StoreReader::FindBlock(std::uint64_t rootOffset, std::uint64_t blockId,
-                            std::uint64_t& fileOffset, std::uint64_t& size, VisitedSet& visited) {
+bool StoreReader::FindBlock(std::uint64_t rootOffset, std::uint64_t blockId, std::uint64_t& fileOffset,
+                            std::uint64_t& size, VisitedSet& visited) {
   bool found = false;
   try {
     found = FindBlockInIndex(rootOffset, blockId, fileOffset, size, visited);
@@ -17,9 +17,8 @@ bool StoreReader::FindBlock(std::uint64_t rootOffset, std::uint64_t blockId,
   return scan_->ScanFindBlock(blockId, fileOffset, size);
 }
 
-bool StoreReader::FindBlockInIndex(std::uint64_t rootOffset, std::uint64_t blockId,
-                                   std::uint64_t& fileOffset, std::uint64_t& size,
-                                   VisitedSet& visited) {
+bool StoreReader::FindBlockInIndex(std::uint64_t rootOffset, std::uint64_t blockId, std::uint64_t& fileOffset,
+                                   std::uint64_t& size, VisitedSet& visited) {
   if (Generation() != memoGeneration_ || rootOffset != memoRoot_ || IsAnsi() != memoAnsi_ ||
       IsLargePage() != memoLarge_) {
     blockMemo_.clear();
@@ -47,9 +46,8 @@ bool StoreReader::FindBlockInIndex(std::uint64_t rootOffset, std::uint64_t block
   return found;
 }
 
-bool StoreReader::SearchBlockIndex(std::uint64_t rootOffset, std::uint64_t blockId,
-                                   std::uint64_t& fileOffset, std::uint64_t& size,
-                                   VisitedSet& visited) {
+bool StoreReader::SearchBlockIndex(std::uint64_t rootOffset, std::uint64_t blockId, std::uint64_t& fileOffset,
+                                   std::uint64_t& size, VisitedSet& visited) {
   const std::uint64_t fileSize = FileSize();
   if (rootOffset >= fileSize) return false;
   std::vector<std::uint64_t> pending;

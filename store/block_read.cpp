@@ -21,8 +21,7 @@ std::uint8_t DecodedThirdByte(const std::vector<std::uint8_t>& buffer, std::uint
 
 }  // namespace
 
-bool StoreReader::ReadOneBlock(std::uint64_t id, std::vector<std::uint8_t>& data,
-                               bool anyInflatedLength) {
+bool StoreReader::ReadOneBlock(std::uint64_t id, std::vector<std::uint8_t>& data, bool anyInflatedLength) {
   VisitedSet visited;
   std::uint64_t offset = 0, size = 0;
   if (!FindBlock(BlockRoot(), id, offset, size, visited)) return false;
@@ -58,8 +57,7 @@ void StoreReader::ReadDataTreeInto(std::uint64_t blockId, ByteSink& out) {
   ReadDataTreeAt(blockId, out, 0, walk);
 }
 
-void StoreReader::ReadDataTreeAt(std::uint64_t blockId, ByteSink& out, int depth,
-                                 DataTreeWalk& walk) {
+void StoreReader::ReadDataTreeAt(std::uint64_t blockId, ByteSink& out, int depth, DataTreeWalk& walk) {
   if (walk.sinkFull || depth > kMaxBlockTreeDepth) return;
   VisitedSet visited;
   std::uint64_t offset = 0, size = 0;
@@ -106,8 +104,8 @@ void StoreReader::NormalizeBlock(std::vector<std::uint8_t>& buffer, std::uint64_
   NormalizeAt(buffer, key, segments, 0);
 }
 
-void StoreReader::NormalizeAt(std::vector<std::uint8_t>& buffer, std::uint64_t key,
-                              std::vector<HeapSegment>* segments, int depth) {
+void StoreReader::NormalizeAt(std::vector<std::uint8_t>& buffer, std::uint64_t key, std::vector<HeapSegment>* segments,
+                              int depth) {
   if (buffer.size() < 2) return;
   if (LooksDeflated(buffer)) {
     buffer = InflateBuffer(buffer);

@@ -24,9 +24,17 @@ inline T ReadLE(Bytes b, std::size_t off) {
   return v;
 }
 
-inline std::uint8_t ReadU8(Bytes b, std::size_t off) { return off < b.size() ? b[off] : 0; }
-inline std::uint16_t ReadU16(Bytes b, std::size_t off) { return ReadLE<std::uint16_t>(b, off); }
-inline std::uint32_t ReadU32(Bytes b, std::size_t off) { return ReadLE<std::uint32_t>(b, off); }
-inline std::uint64_t ReadU64(Bytes b, std::size_t off) { return ReadLE<std::uint64_t>(b, off); }
+inline std::uint8_t ReadU8(Bytes b, std::size_t off) {
+  return off < b.size() ? b[off] : 0;
+}
+inline std::uint16_t ReadU16(Bytes b, std::size_t off) {
+  return ReadLE<std::uint16_t>(b, off);
+}
+inline std::uint32_t ReadU32(Bytes b, std::size_t off) {
+  return ReadLE<std::uint32_t>(b, off);
+}
+inline std::uint64_t ReadU64(Bytes b, std::size_t off) {
+  return ReadLE<std::uint64_t>(b, off);
+}
 
 }  // namespace marrow

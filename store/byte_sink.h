@@ -51,8 +51,7 @@ class FileSink final : public ByteSink {
 // bytes move to a fresh scratch file in `folder` and the rest follows there.
 class SpillSink final : public ByteSink {
  public:
-  SpillSink(std::string folder, std::size_t memoryLimit)
-      : folder_(std::move(folder)), limit_(memoryLimit) {}
+  SpillSink(std::string folder, std::size_t memoryLimit) : folder_(std::move(folder)), limit_(memoryLimit) {}
 
   bool Append(Bytes data) override;
   std::uint64_t Written() const { return written_; }

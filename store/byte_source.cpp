@@ -28,7 +28,9 @@ std::unique_ptr<FileSource> FileSource::Open(const std::string& path) {
   return std::unique_ptr<FileSource>(new FileSource(fd, static_cast<std::uint64_t>(st.st_size)));
 }
 
-FileSource::~FileSource() { ::close(fd_); }
+FileSource::~FileSource() {
+  ::close(fd_);
+}
 
 std::size_t FileSource::ReadAt(std::uint64_t offset, std::span<std::uint8_t> out) {
   std::size_t done = 0;

@@ -19,7 +19,7 @@ struct FolderRecord {
   std::string name;            // 0x3001
   std::string containerClass;  // 0x3613, "IPF.NOTE" when absent
   std::uint64_t nodeId = 0;
-  std::uint64_t parentId = 0;  // 0 for a root
+  std::uint64_t parentId = 0;   // 0 for a root
   std::uint32_t itemCount = 0;  // 0x3602
   TreeItem treeItem = kNoTreeItem;
   bool isLost = false;  // found by the scan, or made up

@@ -19,7 +19,7 @@ struct HeapSegment {
 };
 
 struct HeapMap {
-  std::size_t mapOffset = 0;     // where the map lies in the block
+  std::size_t mapOffset = 0;      // where the map lies in the block
   std::uint16_t allocations = 0;  // as the map states it
   std::vector<std::uint32_t> starts;
   std::vector<std::uint32_t> sizes;

@@ -11,13 +11,14 @@ constexpr std::uint8_t kTreeSignature = 0xB5;
 constexpr std::uint16_t kAttachDataObject = 0x3701;
 constexpr std::uint16_t kHeadersOnlyException = 0x007D;  // transport headers, wanted even then
 
-bool IsSubnodeReference(std::uint32_t value) { return (value & 0xF) == 0xF; }
+bool IsSubnodeReference(std::uint32_t value) {
+  return (value & 0xF) == 0xF;
+}
 
 }  // namespace
 
-bool StoreReader::ResolveHeapId(Bytes buffer, std::uint64_t base, std::uint32_t heapId,
-                                std::uint64_t& start, std::uint64_t& end,
-                                const std::vector<HeapSegment>* segments) {
+bool StoreReader::ResolveHeapId(Bytes buffer, std::uint64_t base, std::uint32_t heapId, std::uint64_t& start,
+                                std::uint64_t& end, const std::vector<HeapSegment>* segments) {
   // Twice the allocation index, plus a bit that is 0 in good ids. The
   // 4096-byte form keeps three more index bits, and its segment number above them.
   const std::uint32_t k = IsLargePage() ? (heapId >> 4) & 0x7FFF : (heapId >> 4) & 0xFFF;
@@ -41,11 +42,9 @@ bool StoreReader::ResolveHeapId(Bytes buffer, std::uint64_t base, std::uint32_t 
   return true;
 }
 
-bool StoreReader::ReadHeapValue(Bytes buffer, std::uint64_t mapBase, std::uint16_t id,
-                                std::uint16_t type, std::uint32_t value,
-                                const std::vector<HeapSegment>* segments,
-                                const SubnodeLists& subnodes, bool skipSubnodes,
-                                PropertyValue& out) {
+bool StoreReader::ReadHeapValue(Bytes buffer, std::uint64_t mapBase, std::uint16_t id, std::uint16_t type,
+                                std::uint32_t value, const std::vector<HeapSegment>* segments,
+                                const SubnodeLists& subnodes, bool skipSubnodes, PropertyValue& out) {
   if (IsInlineType(type)) {
     out = PropertyValue::FromU32(id, type, value);
     return true;
@@ -78,8 +77,8 @@ bool StoreReader::ReadHeapValue(Bytes buffer, std::uint64_t mapBase, std::uint16
 }
 
 void StoreReader::ReadPropertyBag(Bytes buffer, PropertyBag* bag, std::vector<PropertyBag>* rows,
-                                  const std::vector<HeapSegment>* segments,
-                                  const SubnodeLists& subnodes, bool headersOnly, bool wantTable) {
+                                  const std::vector<HeapSegment>* segments, const SubnodeLists& subnodes,
+                                  bool headersOnly, bool wantTable) {
   if (buffer.size() < 0x10 || buffer[2] != kHeapSignature) return;
   const std::size_t m = ReadU16(buffer, 0);
   if (buffer.size() < m + 4) return;
@@ -98,8 +97,8 @@ void StoreReader::ReadPropertyBag(Bytes buffer, PropertyBag* bag, std::vector<Pr
     if (start == 0) return;
     for (std::uint64_t r = start; r + 8 <= end; r += 8) {
       PropertyValue value;
-      if (ReadHeapValue(buffer, m, ReadU16(buffer, r), ReadU16(buffer, r + 2), ReadU32(buffer, r + 4),
-                        segments, subnodes, headersOnly, value) &&
+      if (ReadHeapValue(buffer, m, ReadU16(buffer, r), ReadU16(buffer, r + 2), ReadU32(buffer, r + 4), segments,
+                        subnodes, headersOnly, value) &&
           value.size != 0) {
         bag->Append(std::move(value));
       }

@@ -123,8 +123,8 @@ void LostItemScanner::ExtractNodeRows(Bytes page) {
   NodeEntry previous{0, 0, 0, 0};
   for (unsigned i = 0; i < count; ++i) {
     const NodeEntry e = ReadNodeEntry(RowAt(page, i, f.size), ansi);
-    if (e.nodeId == previous.nodeId && e.dataBlock == previous.dataBlock &&
-        e.subnodeBlock == previous.subnodeBlock && e.parent == previous.parent) {
+    if (e.nodeId == previous.nodeId && e.dataBlock == previous.dataBlock && e.subnodeBlock == previous.subnodeBlock &&
+        e.parent == previous.parent) {
       continue;
     }
     previous = e;

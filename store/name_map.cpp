@@ -19,8 +19,8 @@ std::vector<std::uint8_t> StreamBytes(const PropertyBag& bag, std::uint16_t id) 
 // The GUID's text, its first three fields little-endian as stored.
 std::string GuidText(const std::uint8_t* g) {
   char text[40];
-  std::snprintf(text, sizeof text, "%.2x%.2x%.2x%.2x-%.2x%.2x-%.2x%.2x-%.2x%.2x-%.2x%.2x%.2x%.2x%.2x%.2x", g[3],
-                g[2], g[1], g[0], g[5], g[4], g[7], g[6], g[8], g[9], g[10], g[11], g[12], g[13], g[14], g[15]);
+  std::snprintf(text, sizeof text, "%.2x%.2x%.2x%.2x-%.2x%.2x-%.2x%.2x-%.2x%.2x-%.2x%.2x%.2x%.2x%.2x%.2x", g[3], g[2],
+                g[1], g[0], g[5], g[4], g[7], g[6], g[8], g[9], g[10], g[11], g[12], g[13], g[14], g[15]);
   return text;
 }
 

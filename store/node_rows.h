@@ -27,8 +27,7 @@ struct SubnodeRow {
 using SubnodeLists = std::vector<SubnodeRow>;
 
 // Receives each message node of a folder listing.
-using ItemHandler =
-    std::function<void(std::uint64_t dataBlock, std::uint64_t nodeId, std::uint64_t subnodeBlock)>;
+using ItemHandler = std::function<void(std::uint64_t dataBlock, std::uint64_t nodeId, std::uint64_t subnodeBlock)>;
 
 // A named property of the store: its numeric name in a property set, and the
 // property id the store uses for it.

@@ -6,8 +6,7 @@
 
 namespace marrow {
 
-void StoreReader::WalkNodePage(std::uint64_t offset, std::deque<std::uint64_t>& pending,
-                               std::vector<FolderRow>& rows) {
+void StoreReader::WalkNodePage(std::uint64_t offset, std::deque<std::uint64_t>& pending, std::vector<FolderRow>& rows) {
   if (Cancelled() || offset >= FileSize()) return;
   std::vector<std::uint8_t> page;
   ReadPage(offset, page);
@@ -56,9 +55,8 @@ std::vector<FolderRow> StoreReader::ReadFolderRows() {
   return rows;
 }
 
-std::int64_t StoreReader::FindNodeRow(std::uint64_t pageOffset, std::uint64_t nodeId,
-                                      std::uint64_t& dataBlock, std::uint64_t& subnodeBlock,
-                                      VisitedSet& visited) {
+std::int64_t StoreReader::FindNodeRow(std::uint64_t pageOffset, std::uint64_t nodeId, std::uint64_t& dataBlock,
+                                      std::uint64_t& subnodeBlock, VisitedSet& visited) {
   std::vector<std::uint8_t> page;
   std::vector<std::uint64_t> scratchKeys, scratchOffsets;
   std::uint64_t offset = pageOffset;
@@ -93,8 +91,8 @@ std::int64_t StoreReader::FindNodeRow(std::uint64_t pageOffset, std::uint64_t no
   }
 }
 
-void StoreReader::ListNodeChildren(std::uint64_t pageOffset, std::uint64_t folderNodeId,
-                                   VisitedSet& visited, const ItemHandler& handler) {
+void StoreReader::ListNodeChildren(std::uint64_t pageOffset, std::uint64_t folderNodeId, VisitedSet& visited,
+                                   const ItemHandler& handler) {
   // The parent is not the index's key, so a listing reads every page of the node index.
   ForEachNodeEntry(pageOffset, visited, [&](const NodeEntry& e) {
     if (e.parent != folderNodeId || (e.nodeId & kNodeTypeMask) != kNodeTypeMessage) return;

@@ -26,8 +26,7 @@ bool StoreReader::CheckPage(Bytes page, bool force, PageFields& f) {
   return true;
 }
 
-void StoreReader::CollectBranchRows(Bytes page, unsigned count, unsigned size,
-                                    std::vector<std::uint64_t>& keys,
+void StoreReader::CollectBranchRows(Bytes page, unsigned count, unsigned size, std::vector<std::uint64_t>& keys,
                                     std::vector<std::uint64_t>& offsets) {
   const std::uint64_t fileSize = FileSize();
   for (unsigned i = 0; i < count; ++i) {
@@ -38,10 +37,8 @@ void StoreReader::CollectBranchRows(Bytes page, unsigned count, unsigned size,
   }
 }
 
-std::uint64_t StoreReader::DescendBranch(Bytes page, unsigned count, unsigned size,
-                                         std::uint64_t key, int flag,
-                                         std::vector<std::uint64_t>& offsets,
-                                         std::vector<std::uint64_t>& keys) {
+std::uint64_t StoreReader::DescendBranch(Bytes page, unsigned count, unsigned size, std::uint64_t key, int flag,
+                                         std::vector<std::uint64_t>& offsets, std::vector<std::uint64_t>& keys) {
   const unsigned n = std::min(count, 255u);
   std::uint64_t last = 0;
   for (unsigned i = 0; i < n; ++i) {

@@ -3,14 +3,11 @@
 namespace marrow {
 namespace {
 
-constexpr PageLayout kAnsi512 = {512, 0x1F0, 0x1F1, 0x1F2, 0x1F3, 0x1F4, 0x1F5, false, 488,
-                                 31,  16,    41,    12,    true};
-constexpr PageLayout kUnicode512 = {512, 0x1E8, 0x1E9, 0x1EA, 0x1EB, 0x1F0, 0x1F1, false, 488,
-                                    15,  32,    20,    24,    true};
+constexpr PageLayout kAnsi512 = {512, 0x1F0, 0x1F1, 0x1F2, 0x1F3, 0x1F4, 0x1F5, false, 488, 31, 16, 41, 12, true};
+constexpr PageLayout kUnicode512 = {512, 0x1E8, 0x1E9, 0x1EA, 0x1EB, 0x1F0, 0x1F1, false, 488, 15, 32, 20, 24, true};
 // The large form keeps no usable repeat of the type; its row limit is the
 // whole page, not the part before the trailer.
-constexpr PageLayout kLarge4096 = {4096, 0xFD8, 0xFDA, 0xFDC, 0xFDD, 0xFE8, 0xFE9, true, 4096,
-                                   126,  32,    169,   24,    false};
+constexpr PageLayout kLarge4096 = {4096, 0xFD8, 0xFDA, 0xFDC, 0xFDD, 0xFE8, 0xFE9, true, 4096, 126, 32, 169, 24, false};
 
 }  // namespace
 

@@ -19,8 +19,8 @@ constexpr std::size_t kLargePageSize = 4096;
 struct PageLayout {
   std::size_t pageSize;
   std::size_t countOffset, maxOffset, sizeOffset, levelOffset, typeOffset, typeRepeatOffset;
-  bool wideCounts;         // count and maximum are u16 (4096-byte pages)
-  std::size_t rowLimit;    // count x size may not pass this; the count is cut to fit
+  bool wideCounts;                     // count and maximum are u16 (4096-byte pages)
+  std::size_t rowLimit;                // count x size may not pass this; the count is cut to fit
   unsigned nodeLeafMax, nodeLeafSize;  // leaf of the node index
   unsigned otherMax, otherSize;        // branch page or leaf of the block index
   bool hasTypeRepeat;

@@ -45,8 +45,7 @@ PropertyValue PropertyValue::InMemory(std::uint16_t id, std::uint16_t type, cons
   return v;
 }
 
-PropertyValue PropertyValue::Spilled(std::uint16_t id, std::uint16_t type, std::string path,
-                                     std::uint32_t size) {
+PropertyValue PropertyValue::Spilled(std::uint16_t id, std::uint16_t type, std::string path, std::uint32_t size) {
   PropertyValue v;
   v.propId = id;
   v.propType = type;
@@ -78,10 +77,14 @@ const PropertyValue* PropertyBag::Find(std::uint16_t id) const {
 
 bool IsInlineType(std::uint16_t type) {
   switch (type) {
-    case 0x0000: case 0x0001: case 0x0002: case 0x0003: case 0x0004: case 0x000A: case 0x000B:
-      return true;
-    default:
-      return false;
+    case 0x0000:
+    case 0x0001:
+    case 0x0002:
+    case 0x0003:
+    case 0x0004:
+    case 0x000A:
+    case 0x000B: return true;
+    default: return false;
   }
 }
 

@@ -19,8 +19,7 @@ class PropertyValue {
 
   // A value held in memory; `data` keeps two zero bytes after it so that wide
   // text always ends.
-  static PropertyValue InMemory(std::uint16_t id, std::uint16_t type, const std::uint8_t* bytes,
-                                std::size_t size);
+  static PropertyValue InMemory(std::uint16_t id, std::uint16_t type, const std::uint8_t* bytes, std::size_t size);
   // A value kept in a file of `size` bytes, which the value now owns.
   static PropertyValue Spilled(std::uint16_t id, std::uint16_t type, std::string path, std::uint32_t size);
   // A 4-byte value: an inline number, or a reference such as a subnode's NodeId.

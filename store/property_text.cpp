@@ -12,7 +12,9 @@ constexpr std::uint16_t kTypeUnicode = 0x001F;
 
 }  // namespace
 
-std::vector<std::uint8_t> ValueBytes(const PropertyValue& value) { return value.Bytes(); }
+std::vector<std::uint8_t> ValueBytes(const PropertyValue& value) {
+  return value.Bytes();
+}
 
 unsigned TextCodePage(const PropertyBag& bag) {
   // The item's own code page, unless it names Unicode, which 8-bit text is not.
@@ -30,11 +32,16 @@ std::string GetString(const PropertyBag& bag, std::uint16_t id, bool stripMarker
   std::size_t skip = 0;
   if (stripMarker && bytes.size() >= 2 && bytes[0] == 0x01) {
     switch (bytes[1]) {
-      case 0x00: case 0x01: case 0x04: case 0x05: case 0x06: case 0x07: case 0x10: case 0x14: case 0x1A:
-        skip = v->propType == kTypeUnicode ? 4 : 2;
-        break;
-      default:
-        break;
+      case 0x00:
+      case 0x01:
+      case 0x04:
+      case 0x05:
+      case 0x06:
+      case 0x07:
+      case 0x10:
+      case 0x14:
+      case 0x1A: skip = v->propType == kTypeUnicode ? 4 : 2; break;
+      default: break;
     }
   }
   if (skip >= bytes.size()) return {};

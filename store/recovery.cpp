@@ -4,10 +4,10 @@
 #include <cctype>
 #include <cstdio>
 
-#include "store/property_text.h"
 #include "store/ascii_case.h"
 #include "store/lost_item_scanner.h"
 #include "store/property_bag.h"
+#include "store/property_text.h"
 #include "store/snapshot.h"
 
 namespace marrow {
@@ -21,8 +21,7 @@ constexpr const char* kDefaultClass = "IPF.NOTE";
 constexpr std::size_t kMaxParentsInMemory = std::size_t{1} << 22;
 
 // Name, class and count of one folder property list.
-void ReadFolderText(const PropertyBag& bag, std::string& name, std::string& containerClass,
-                    std::uint32_t& itemCount) {
+void ReadFolderText(const PropertyBag& bag, std::string& name, std::string& containerClass, std::uint32_t& itemCount) {
   name = GetString(bag, kDisplayName, false);
   containerClass = GetString(bag, kContainerClass, false);
   if (containerClass.empty()) containerClass = kDefaultClass;
@@ -35,7 +34,7 @@ int IconForClass(const std::string& containerClass) {
   static const struct {
     const char* text;
     int image;
-  } kIcons[] = {{"IPF.NOTE", 10},  {"IPF.TASK", 8},   {"IPF.CONTACT", 11},
+  } kIcons[] = {{"IPF.NOTE", 10},   {"IPF.TASK", 8},   {"IPF.CONTACT", 11},
                 {"IPF.APPOINT", 1}, {"IPF.STICKY", 5}, {"IPF.JOURNA", 4}};
   const std::string upper = AsciiUpper(containerClass);
   for (const auto& icon : kIcons) {

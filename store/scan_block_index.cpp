@@ -12,7 +12,9 @@ namespace {
 using Entry = ScanBlockIndex::Entry;
 static_assert(sizeof(Entry) == 24, "entries are stored as they lie in memory");
 
-bool Before(const Entry& a, const Entry& b) { return a.id != b.id ? a.id < b.id : a.seq < b.seq; }
+bool Before(const Entry& a, const Entry& b) {
+  return a.id != b.id ? a.id < b.id : a.seq < b.seq;
+}
 
 // Collects entries and appends them to a file in large writes.
 class EntryWriter {

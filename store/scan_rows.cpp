@@ -34,7 +34,9 @@ void Encode(const ScannedBlockRow& row, std::uint8_t* record) {
   Put(record, 16, row.size);
 }
 
-void Decode(Bytes r, ScannedBlockRow& row) { row = {ReadU64(r, 0), ReadU64(r, 8), ReadU16(r, 16)}; }
+void Decode(Bytes r, ScannedBlockRow& row) {
+  row = {ReadU64(r, 0), ReadU64(r, 8), ReadU16(r, 16)};
+}
 
 template <typename Row>
 constexpr std::size_t RecordSize() {

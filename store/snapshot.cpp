@@ -7,11 +7,11 @@
 #include <system_error>
 #include <vector>
 
-#include "text/utf16.h"
 #include "store/byte_order.h"
 #include "store/lost_item_scanner.h"
 #include "store/recovery_state.h"
 #include "store/store_reader.h"
+#include "text/utf16.h"
 
 namespace marrow {
 namespace {
@@ -109,7 +109,9 @@ std::string PathAt(const std::vector<std::uint8_t>& header, std::size_t offset) 
   return Utf16ToUtf8(header.data() + offset, kSnapshotPathField);
 }
 
-std::int64_t SignExtend32(std::uint64_t v) { return static_cast<std::int32_t>(static_cast<std::uint32_t>(v)); }
+std::int64_t SignExtend32(std::uint64_t v) {
+  return static_cast<std::int32_t>(static_cast<std::uint32_t>(v));
+}
 
 }  // namespace
 
@@ -203,8 +205,7 @@ bool ReadSnapshotBody(StoreReader& reader, RecoveryState& state, const std::stri
   const std::int64_t nodes = SignExtend32(count);
   for (std::int64_t i = 0; i < nodes; ++i) {
     FolderRow row{};
-    if (!in.Number(row.nodeId) || !in.Number(row.dataBlock) || !in.Number(row.subnodeBlock) ||
-        !in.Number(row.parent)) {
+    if (!in.Number(row.nodeId) || !in.Number(row.dataBlock) || !in.Number(row.subnodeBlock) || !in.Number(row.parent)) {
       return true;
     }
     state.folderRows.push_back(row);

@@ -32,8 +32,8 @@ ScanRequest SnapshotRequest(const SnapshotHeader& header, const std::string& sna
 
 struct ScanOutcome {
   bool opened = false;
-  int runs = 0;            // runs of the recovery driver
-  std::string errorText;   // what to show when the source could not be opened
+  int runs = 0;           // runs of the recovery driver
+  std::string errorText;  // what to show when the source could not be opened
 };
 
 // Runs the recovery for `request` into `root`. A quick scan whose tree stays

@@ -68,8 +68,8 @@ class StoreReader : public StoreFile {
   std::vector<FolderRow> ReadFolderRows();
   // Look-ups of the block index are remembered (the answers cannot change
   // while the file is open); `visited` only grows when the index is read.
-  bool FindBlock(std::uint64_t rootOffset, std::uint64_t blockId, std::uint64_t& fileOffset,
-                 std::uint64_t& size, VisitedSet& visited);
+  bool FindBlock(std::uint64_t rootOffset, std::uint64_t blockId, std::uint64_t& fileOffset, std::uint64_t& size,
+                 VisitedSet& visited);
   void ForgetBlockLookups() { blockMemo_.clear(); }
   // Returns 1 and the node's blocks when a leaf row with `nodeId` was found
   // (the last equal row of that leaf wins), else 0.
@@ -90,26 +90,24 @@ class StoreReader : public StoreFile {
   void ReadBlockInto(std::uint64_t blockId, ByteSink& out);
   void ReadDataTreeInto(std::uint64_t blockId, ByteSink& out);
   void ReadSubnodeList(std::uint64_t subnodeBlockId, SubnodeLists& lists);
-  void ReadSubnodeInto(std::uint64_t nodeId, const SubnodeLists& lists, ByteSink& out,
-                       std::uint64_t& childSubnode);
+  void ReadSubnodeInto(std::uint64_t nodeId, const SubnodeLists& lists, ByteSink& out, std::uint64_t& childSubnode);
   // A subnode that holds a heap (a table, an attachment's properties): its
   // block made plain and whole, with where each joined block starts. False
   // when the subnode is not there or cannot be read.
   bool ReadSubnodeHeap(std::uint64_t nodeId, const SubnodeLists& lists, std::vector<std::uint8_t>& buffer,
                        std::vector<HeapSegment>& segments, std::uint64_t& childSubnode);
   // Makes one block buffer plain and whole, in place, and votes on its encoding.
-  void NormalizeBlock(std::vector<std::uint8_t>& buffer, std::uint64_t key,
-                      std::vector<HeapSegment>* segments);
+  void NormalizeBlock(std::vector<std::uint8_t>& buffer, std::uint64_t key, std::vector<HeapSegment>* segments);
 
   // --- Heaps (heap_reader, name_map) ----------------------------------------
   // Finds the bytes of heap id `heapId` in a normalised block whose map lies
   // at `base`. True with start 0 means nothing is at that id.
-  bool ResolveHeapId(Bytes buffer, std::uint64_t base, std::uint32_t heapId, std::uint64_t& start,
-                     std::uint64_t& end, const std::vector<HeapSegment>* segments);
+  bool ResolveHeapId(Bytes buffer, std::uint64_t base, std::uint32_t heapId, std::uint64_t& start, std::uint64_t& end,
+                     const std::vector<HeapSegment>* segments);
   // Reads a property list into `bag`, or with `wantTable` a table into `rows`.
   void ReadPropertyBag(Bytes buffer, PropertyBag* bag, std::vector<PropertyBag>* rows,
-                       const std::vector<HeapSegment>* segments, const SubnodeLists& subnodes,
-                       bool headersOnly, bool wantTable);
+                       const std::vector<HeapSegment>* segments, const SubnodeLists& subnodes, bool headersOnly,
+                       bool wantTable);
   // Finds, reads and normalises a node's data block, then reads its property list.
   bool ReadBagFromBlock(std::uint64_t dataBlock, PropertyBag& bag, const SubnodeLists& subnodes);
   // The same for a block already located at `offset`; false when it cannot be read.
@@ -121,21 +119,19 @@ class StoreReader : public StoreFile {
  private:
   // Reads one page at `offset` into `page` (zero-filled past the end of the file).
   void ReadPage(std::uint64_t offset, std::vector<std::uint8_t>& page);
-  void WalkNodePage(std::uint64_t pageOffset, std::deque<std::uint64_t>& pending,
-                    std::vector<FolderRow>& rows);
-  bool FindBlockInIndex(std::uint64_t rootOffset, std::uint64_t blockId, std::uint64_t& fileOffset,
-                        std::uint64_t& size, VisitedSet& visited);
-  bool SearchBlockIndex(std::uint64_t rootOffset, std::uint64_t blockId, std::uint64_t& fileOffset,
-                        std::uint64_t& size, VisitedSet& visited);
+  void WalkNodePage(std::uint64_t pageOffset, std::deque<std::uint64_t>& pending, std::vector<FolderRow>& rows);
+  bool FindBlockInIndex(std::uint64_t rootOffset, std::uint64_t blockId, std::uint64_t& fileOffset, std::uint64_t& size,
+                        VisitedSet& visited);
+  bool SearchBlockIndex(std::uint64_t rootOffset, std::uint64_t blockId, std::uint64_t& fileOffset, std::uint64_t& size,
+                        VisitedSet& visited);
   void ReadDataTreeAt(std::uint64_t blockId, ByteSink& out, int depth, DataTreeWalk& walk);
   void WalkIndexBlockChildren(Bytes block, ByteSink& out, int depth, DataTreeWalk& walk);
-  void NormalizeAt(std::vector<std::uint8_t>& buffer, std::uint64_t key,
-                   std::vector<HeapSegment>* segments, int depth);
-  void JoinIndexBlock(std::vector<std::uint8_t>& buffer, std::uint64_t key,
-                      std::vector<HeapSegment>* segments, int depth);
-  bool ReadHeapValue(Bytes buffer, std::uint64_t mapBase, std::uint16_t id, std::uint16_t type,
-                     std::uint32_t value, const std::vector<HeapSegment>* segments,
-                     const SubnodeLists& subnodes, bool skipSubnodes, PropertyValue& out);
+  void NormalizeAt(std::vector<std::uint8_t>& buffer, std::uint64_t key, std::vector<HeapSegment>* segments, int depth);
+  void JoinIndexBlock(std::vector<std::uint8_t>& buffer, std::uint64_t key, std::vector<HeapSegment>* segments,
+                      int depth);
+  bool ReadHeapValue(Bytes buffer, std::uint64_t mapBase, std::uint16_t id, std::uint16_t type, std::uint32_t value,
+                     const std::vector<HeapSegment>* segments, const SubnodeLists& subnodes, bool skipSubnodes,
+                     PropertyValue& out);
   void ReadTableRows(Bytes buffer, const HeapMap& map, std::vector<PropertyBag>* rows,
                      const std::vector<HeapSegment>* segments, const SubnodeLists& subnodes);
   // Reads, decodes and inflates one block as the streaming readers do.

@@ -20,10 +20,8 @@ std::string NewGuidText() {
   b[6] = (b[6] & 0x0F) | 0x40;
   b[8] = (b[8] & 0x3F) | 0x80;
   char text[40];
-  std::snprintf(text, sizeof text,
-                "{%02X%02X%02X%02X-%02X%02X-%02X%02X-%02X%02X-%02X%02X%02X%02X%02X%02X}", b[0], b[1],
-                b[2], b[3], b[4], b[5], b[6], b[7], b[8], b[9], b[10], b[11], b[12], b[13], b[14],
-                b[15]);
+  std::snprintf(text, sizeof text, "{%02X%02X%02X%02X-%02X%02X-%02X%02X-%02X%02X-%02X%02X%02X%02X%02X%02X}", b[0], b[1],
+                b[2], b[3], b[4], b[5], b[6], b[7], b[8], b[9], b[10], b[11], b[12], b[13], b[14], b[15]);
   return text;
 }
 
@@ -55,7 +53,9 @@ void TempFile::Unlink() {
   path_.clear();
 }
 
-bool TempFile::Append(Bytes data) { return WriteAt(size_, data); }
+bool TempFile::Append(Bytes data) {
+  return WriteAt(size_, data);
+}
 
 bool TempFile::WriteAt(std::uint64_t offset, Bytes data) {
   std::size_t done = 0;

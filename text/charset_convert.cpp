@@ -19,12 +19,8 @@ constexpr char32_t kReplacement = 0xFFFD;
 // How many bytes to step over after an undecodable sequence: a whole code
 // unit for the wide encodings, so the rest of the text stays aligned.
 std::size_t UnitSize(const std::string& iconvName) {
-  if (strncasecmp(iconvName.c_str(), "UTF-16", 6) == 0 ||
-      strncasecmp(iconvName.c_str(), "UCS-2", 5) == 0)
-    return 2;
-  if (strncasecmp(iconvName.c_str(), "UTF-32", 6) == 0 ||
-      strncasecmp(iconvName.c_str(), "UCS-4", 5) == 0)
-    return 4;
+  if (strncasecmp(iconvName.c_str(), "UTF-16", 6) == 0 || strncasecmp(iconvName.c_str(), "UCS-2", 5) == 0) return 2;
+  if (strncasecmp(iconvName.c_str(), "UTF-32", 6) == 0 || strncasecmp(iconvName.c_str(), "UCS-4", 5) == 0) return 4;
   return 1;
 }
 
@@ -33,8 +29,7 @@ void AppendCodePoint(std::string* pivot, char32_t c) {
 }
 
 // Decodes `in` into UTF-32LE code points; counts the replacements made.
-bool Decode(std::string_view in, const std::string& from, std::string* pivot,
-            std::size_t* replaced) {
+bool Decode(std::string_view in, const std::string& from, std::string* pivot, std::size_t* replaced) {
   iconv_t raw = CachedConverter(kPivot, from);
   if (raw == nullptr) return false;
   const std::size_t unit = UnitSize(from);
@@ -72,8 +67,7 @@ std::string EncodeOne(iconv_t cd, char32_t c) {
   return std::string(buffer, static_cast<std::size_t>(outp - buffer));
 }
 
-bool Encode(const std::string& pivot, const std::string& to, std::string* out,
-            std::size_t* replaced) {
+bool Encode(const std::string& pivot, const std::string& to, std::string* out, std::size_t* replaced) {
   iconv_t raw = CachedConverter(to, kPivot);
   if (raw == nullptr) return false;
   std::string substitute;
@@ -106,13 +100,11 @@ bool Encode(const std::string& pivot, const std::string& to, std::string* out,
   return true;
 }
 
-bool Convert(std::string_view in, std::string_view from, std::string_view to, std::string* out,
-             std::size_t* replaced) {
+bool Convert(std::string_view in, std::string_view from, std::string_view to, std::string* out, std::size_t* replaced) {
   out->clear();
   std::string pivot;
   pivot.reserve(in.size() * 4);
-  if (!Decode(in, IconvName(from), &pivot, replaced) ||
-      !Encode(pivot, IconvName(to), out, replaced)) {
+  if (!Decode(in, IconvName(from), &pivot, replaced) || !Encode(pivot, IconvName(to), out, replaced)) {
     out->clear();
     return false;
   }
@@ -164,14 +156,12 @@ bool CharsetKnown(std::string_view charset) {
   return CachedConverter(kPivot, name) && CachedConverter(name, kPivot);
 }
 
-bool ConvertCharsetLossy(std::string_view in, std::string_view from, std::string_view to,
-                         std::string* out) {
+bool ConvertCharsetLossy(std::string_view in, std::string_view from, std::string_view to, std::string* out) {
   std::size_t replaced = 0;
   return Convert(in, from, to, out, &replaced);
 }
 
-bool ConvertCharsetExact(std::string_view in, std::string_view from, std::string_view to,
-                         std::string* out) {
+bool ConvertCharsetExact(std::string_view in, std::string_view from, std::string_view to, std::string* out) {
   std::size_t replaced = 0;
   if (!Convert(in, from, to, out, &replaced)) return false;
   if (replaced == 0) return true;

@@ -27,12 +27,10 @@ bool CharsetKnown(std::string_view charset);
 // U+FFFD; characters the target cannot hold become U+FFFD where the target
 // has it, "?" otherwise (the 8-bit charsets). False only when a name is
 // unknown, and then `out` is left empty.
-bool ConvertCharsetLossy(std::string_view in, std::string_view from, std::string_view to,
-                         std::string* out);
+bool ConvertCharsetLossy(std::string_view in, std::string_view from, std::string_view to, std::string* out);
 
 // As ConvertCharsetLossy, but false as soon as anything would be replaced.
-bool ConvertCharsetExact(std::string_view in, std::string_view from, std::string_view to,
-                         std::string* out);
+bool ConvertCharsetExact(std::string_view in, std::string_view from, std::string_view to, std::string* out);
 
 // Line ends to CRLF (a bare LF gains its CR) and back to LF (every CRLF
 // loses its CR). Lone CRs are left alone both ways.

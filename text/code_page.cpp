@@ -9,6 +9,7 @@
 
 namespace marrow {
 
+// clang-format off
 unsigned LocaleCodePage(std::uint32_t lcid) {
   const unsigned language = lcid & 0x3FF;
   switch (language) {
@@ -33,7 +34,9 @@ unsigned LocaleCodePage(std::uint32_t lcid) {
     default: return 0;
   }
 }
+// clang-format on
 
+// clang-format off
 unsigned InternetCodePageFamily(std::uint32_t cpid) {
   switch (cpid) {
     case 932: case 20932: case 50220: case 50221: case 50222: case 51932: return 932;
@@ -52,7 +55,9 @@ unsigned InternetCodePageFamily(std::uint32_t cpid) {
     default: return 0;
   }
 }
+// clang-format on
 
+// clang-format off
 std::string CodePageCharset(unsigned codePage) {
   switch (codePage) {
     case 65001: return "UTF-8";
@@ -71,6 +76,7 @@ std::string CodePageCharset(unsigned codePage) {
     default: return "CP" + std::to_string(codePage);
   }
 }
+// clang-format on
 
 namespace {
 

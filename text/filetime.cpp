@@ -14,8 +14,12 @@ std::string Format(std::time_t t, const char* format, bool after1900) {
 
 }  // namespace
 
-std::string LocalTimeText(std::time_t t, const char* format) { return Format(t, format, false); }
+std::string LocalTimeText(std::time_t t, const char* format) {
+  return Format(t, format, false);
+}
 
-std::string LocalTimeTextAfter1900(std::time_t t, const char* format) { return Format(t, format, true); }
+std::string LocalTimeTextAfter1900(std::time_t t, const char* format) {
+  return Format(t, format, true);
+}
 
 }  // namespace marrow

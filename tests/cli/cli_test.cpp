@@ -51,10 +51,9 @@ class BundledSample : public ::testing::Test {
 };
 
 TEST_F(BundledSample, InspectNamesTheFormVotesAndFoldersInTextAndJson) {
-  ExpectOutput(RunCli(Args("inspect")),
-               {"64-bit Unicode, 512-byte pages (version word 0x17)",
-                "permute (header byte 1); votes: none 0, permute 37, cyclic 0",
-                "Folders:    37, messages in them: 92", "IPF.Note           Deleted Items"});
+  ExpectOutput(RunCli(Args("inspect")), {"64-bit Unicode, 512-byte pages (version word 0x17)",
+                                         "permute (header byte 1); votes: none 0, permute 37, cyclic 0",
+                                         "Folders:    37, messages in them: 92", "IPF.Note           Deleted Items"});
 
   const CliRun json = RunCli(Args("inspect", " --json"));
   ASSERT_EQ(json.code, 0) << json.out;
@@ -64,8 +63,7 @@ TEST_F(BundledSample, InspectNamesTheFormVotesAndFoldersInTextAndJson) {
   const std::regex folder(
       R"re(\{"nodeId":(\d+),"dataBlock":\d+,"subnodeBlock":\d+,"parent":\d+,"messages":(\d+),"name":"[^"]*","containerClass":"[^"]*","itemCount":\d+\})re");
   std::size_t folders = 0, messages = 0;
-  for (auto it = std::sregex_iterator(json.out.begin(), json.out.end(), folder);
-       it != std::sregex_iterator(); ++it) {
+  for (auto it = std::sregex_iterator(json.out.begin(), json.out.end(), folder); it != std::sregex_iterator(); ++it) {
     ++folders;
     messages += std::stoul((*it)[2]);
   }
@@ -81,18 +79,16 @@ TEST_F(BundledSample, InspectNamesTheFormVotesAndFoldersInTextAndJson) {
 TEST_F(BundledSample, PropsShowsAMessageAsThePropertyViewDoes) {
   ::setenv("TZ", "UTC", 1);
   const CliRun text = RunCli(Args("props", " 0x213624"));
-  ExpectOutput(
-      text, {"0x0037001F  PR_SUBJECT", "UTF-16 Unicode string        first email to saqib",
-             "Windows Filetime (64-bit)    4/28/2011 11:39:15 AM",
-             "PR_SENDER_NAME                           UTF-16 Unicode string        Saqib Razzaq"});
+  ExpectOutput(text, {"0x0037001F  PR_SUBJECT", "UTF-16 Unicode string        first email to saqib",
+                      "Windows Filetime (64-bit)    4/28/2011 11:39:15 AM",
+                      "PR_SENDER_NAME                           UTF-16 Unicode string        Saqib Razzaq"});
   EXPECT_EQ(text.out.find("0x0E06"), std::string::npos) << "the row the view leaves out";
 
   // The JSON view shows the subject with its marker (0x01 0x01), unstripped.
   const std::string rtf = path_.string() + ".rtf";
-  ExpectOutput(
-      RunCli(Args("props", " 0x2139e4 --json --rtf " + rtf)),
-      {R"({"tag":"0x0037001F","name":"PR_SUBJECT","type":"UTF-16 Unicode string","value":"\u0001\u0001test"})",
-       R"("rtfWritten":true)"});
+  ExpectOutput(RunCli(Args("props", " 0x2139e4 --json --rtf " + rtf)),
+               {R"({"tag":"0x0037001F","name":"PR_SUBJECT","type":"UTF-16 Unicode string","value":"\u0001\u0001test"})",
+                R"("rtfWritten":true)"});
   std::ifstream in(rtf, std::ios::binary);
   const std::string body((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
   EXPECT_TRUE(body.starts_with("{\\rtf1\\ansi") && body.ends_with("}}")) << body.substr(0, 40);

@@ -11,9 +11,9 @@
 #include "content/item_reader.h"
 #include "content/property_values.h"
 #include "store/block_codec.h"
-#include "tests/support/test_data.h"
 #include "tests/support/heap_builder.h"
 #include "tests/support/store_builder.h"
+#include "tests/support/test_data.h"
 
 namespace marrow {
 namespace {
@@ -54,19 +54,14 @@ std::map<std::string, std::map<std::uint32_t, OracleItem>> LoadOracle() {
 
 // --- Differences with pffexport, by cause, and how many each store has --------
 
-constexpr const char* kExSmtp =
-    "EX recipient: the row's SMTP address with its line end, pffexport the DN";
+constexpr const char* kExSmtp = "EX recipient: the row's SMTP address with its line end, pffexport the DN";
 constexpr const char* kRowsInSubnode = "recipient rows in a subnode: not read (messages)";
-constexpr const char* kNotJoined =
-    "recipient table over too many blocks to join: not read (messages)";
-constexpr const char* kFirstBlockOnly =
-    "recipient table of compressed blocks: first block only, not read (messages)";
+constexpr const char* kNotJoined = "recipient table over too many blocks to join: not read (messages)";
+constexpr const char* kFirstBlockOnly = "recipient table of compressed blocks: first block only, not read (messages)";
 constexpr const char* kCompressedSubnodes = "compressed subnode block: no subnodes (messages)";
-constexpr const char* kDisplayName =
-    "attachment named by its display name, pffexport by its file name";
+constexpr const char* kDisplayName = "attachment named by its display name, pffexport by its file name";
 constexpr const char* kMisdecoded = "attachment heap decoded with the wrong method: lost";
-constexpr const char* kMeeting =
-    "meeting: pffexport writes no recipients or attachments (messages)";
+constexpr const char* kMeeting = "meeting: pffexport writes no recipients or attachments (messages)";
 
 // How many of each difference every store has, with why
 // (tests/data/oracle/item_parts_verdicts.tsv).
@@ -83,8 +78,7 @@ std::string TableFault(StoreReader& reader, const SubnodeLists& subnodes) {
   Buf table;
   std::vector<HeapSegment> segments;
   std::uint64_t child = 0, info = 0, end = 0;
-  if (!reader.ReadSubnodeHeap(0x692, subnodes, table, segments, child) || table.size() < 8)
-    return "";
+  if (!reader.ReadSubnodeHeap(0x692, subnodes, table, segments, child) || table.size() < 8) return "";
   if (table[0] == 0x01 && table[2] != 0xEC) return kNotJoined;  // an index block, not a heap
   std::uint64_t stored = 0;
   for (const HeapSegment& s : segments) stored += s.length;
@@ -98,14 +92,12 @@ std::string TableFault(StoreReader& reader, const SubnodeLists& subnodes) {
 bool SubnodeBlockCompressed(StoreReader& reader, std::uint64_t subnodeBlock) {
   VisitedSet visited;
   std::uint64_t offset = 0, size = 0;
-  return subnodeBlock != 0 &&
-         reader.FindBlock(reader.BlockRoot(), subnodeBlock, offset, size, visited) &&
+  return subnodeBlock != 0 && reader.FindBlock(reader.BlockRoot(), subnodeBlock, offset, size, visited) &&
          LooksDeflated(reader.ReadAt(offset, size));
 }
 
 // (display name 0x3001, file name 0x3707 else 0x3704 else "-") of every attachment.
-std::set<std::pair<std::string, std::string>> AttachmentNames(StoreReader& reader,
-                                                              const SubnodeLists& subnodes) {
+std::set<std::pair<std::string, std::string>> AttachmentNames(StoreReader& reader, const SubnodeLists& subnodes) {
   std::set<std::pair<std::string, std::string>> out;
   for (const SubnodeRow& row : subnodes) {
     Buf heap;
@@ -150,8 +142,7 @@ TEST_F(ItemReaderSamples, RecipientsAndAttachmentsAgreeWithPffexport) {
       items.ReadAttachments(subnodes, attached, [&](EmbeddedMessage& m, const std::string& name) {
         EXPECT_TRUE(name.ends_with(".eml")) << name;
         // pffexport shows the exceptions of a recurring appointment as appointments.
-        const bool exception =
-            GetString(m.bag, 0x001A, false).starts_with("IPM.OLE.CLASS.{00061055-");
+        const bool exception = GetString(m.bag, 0x001A, false).starts_with("IPM.OLE.CLASS.{00061055-");
         kinds.push_back(exception ? "message:Appointment" : "message:Message");
         const fs::path path = itemDir / ("embedded" + std::to_string(embeddedPaths.size()));
         return *embeddedPaths.insert(path.string()).first;
@@ -160,8 +151,8 @@ TEST_F(ItemReaderSamples, RecipientsAndAttachmentsAgreeWithPffexport) {
       for (std::size_t i = 0; i < attached.size(); ++i) {
         if (embeddedPaths.count(attached[i].path)) continue;
         EXPECT_EQ(fs::path(attached[i].path).parent_path(), itemDir);
-        files.push_back({attached[i].name, std::to_string(fs::file_size(attached[i].path)),
-                         test::FileSha256(attached[i].path)});
+        files.push_back(
+            {attached[i].name, std::to_string(fs::file_size(attached[i].path)), test::FileSha256(attached[i].path)});
       }
 
       if (storeOracle == oracle.end() || !storeOracle->second.count(id)) {
@@ -175,8 +166,8 @@ TEST_F(ItemReaderSamples, RecipientsAndAttachmentsAgreeWithPffexport) {
         ++seen[{store, kMeeting}];
         EXPECT_EQ(all, std::vector<std::string>{"Saqib Razzaq<saqib.razzaq@ex2010.local\r\n>"});
         EXPECT_EQ(to, all.empty() ? "" : all[0]);
-        EXPECT_EQ(files, kMeetingsWithInvitation.count(id) ? std::vector<FilePart>{kInvitation}
-                                                           : std::vector<FilePart>{});
+        EXPECT_EQ(files,
+                  kMeetingsWithInvitation.count(id) ? std::vector<FilePart>{kInvitation} : std::vector<FilePart>{});
         continue;
       }
       if (subnodes.empty() && SubnodeBlockCompressed(reader, node.subnodeBlock)) {
@@ -188,8 +179,7 @@ TEST_F(ItemReaderSamples, RecipientsAndAttachmentsAgreeWithPffexport) {
       // Recipients row by row in table order, then the three lists.
       std::vector<std::string> entries;  // pffexport's rows as our entries would show them
       for (const Recipient& r : want.recipients)
-        entries.push_back((r.name.empty() ? r.address : r.name) + "<" +
-                          (r.address.empty() ? r.name : r.address) + ">");
+        entries.push_back((r.name.empty() ? r.address : r.name) + "<" + (r.address.empty() ? r.name : r.address) + ">");
       if (const std::string fault = TableFault(reader, subnodes); !fault.empty()) {
         ++seen[{store, fault}];
         EXPECT_NE(all, entries) << "read after all: " << fault;
@@ -229,38 +219,32 @@ TEST_F(ItemReaderSamples, RecipientsAndAttachmentsAgreeWithPffexport) {
       std::vector<FilePart> theirs = want.files, onlyMine, onlyTheirs;
       std::sort(files.begin(), files.end());
       std::sort(theirs.begin(), theirs.end());
-      std::set_difference(files.begin(), files.end(), theirs.begin(), theirs.end(),
-                          std::back_inserter(onlyMine));
-      std::set_difference(theirs.begin(), theirs.end(), files.begin(), files.end(),
-                          std::back_inserter(onlyTheirs));
+      std::set_difference(files.begin(), files.end(), theirs.begin(), theirs.end(), std::back_inserter(onlyMine));
+      std::set_difference(theirs.begin(), theirs.end(), files.begin(), files.end(), std::back_inserter(onlyTheirs));
       sameFiles += files.size() - onlyMine.size();
       const auto names = AttachmentNames(reader, subnodes);
       for (const FilePart& t : onlyTheirs) {
-        auto m = std::find_if(onlyMine.begin(), onlyMine.end(), [&](const FilePart& f) {
-          return f.bytes == t.bytes && f.sha256 == t.sha256;
-        });
+        auto m = std::find_if(onlyMine.begin(), onlyMine.end(),
+                              [&](const FilePart& f) { return f.bytes == t.bytes && f.sha256 == t.sha256; });
         if (m != onlyMine.end()) {
           EXPECT_TRUE(names.count({m->name, t.name})) << m->name << " / " << t.name;
           ++seen[{store, kDisplayName}];
           onlyMine.erase(m);
         } else if (store == "pst/unicode/pst2john_2003_high-encryption_quickquick.pst" &&
-                   ((id == 0x2002A4 && t.name == "olicon.GIF") ||
-                    (id == 0x2003C4 && t.name == "yellowbg.gif"))) {
+                   ((id == 0x2002A4 && t.name == "olicon.GIF") || (id == 0x2003C4 && t.name == "yellowbg.gif"))) {
           ++seen[{store, kMisdecoded}];
         } else {
           ADD_FAILURE() << "missing attachment " << t.name << " " << t.bytes << " " << t.sha256;
         }
       }
-      for (const FilePart& f : onlyMine)
-        ADD_FAILURE() << "extra attachment " << f.name << " " << f.bytes;
+      for (const FilePart& f : onlyMine) ADD_FAILURE() << "extra attachment " << f.name << " " << f.bytes;
     }
   }
   for (const auto& v : test::OracleRows("item_parts_verdicts.tsv", 4)) {
     EXPECT_EQ(seen[std::make_pair(v[0], v[1])], std::stoi(v[2])) << v[0] << ": " << v[1];
     seen.erase({v[0], v[1]});
   }
-  for (const auto& [key, n] : seen)
-    ADD_FAILURE() << key.first << ": " << n << " x " << key.second << " not pinned";
+  for (const auto& [key, n] : seen) ADD_FAILURE() << key.first << ": " << n << " x " << key.second << " not pinned";
   EXPECT_EQ(compared, 785u) << "every item of item_parts.tsv";
   EXPECT_EQ(unlisted, 8u) << "3 posts and 5 free/busy messages pffexport skips";
   // What is left once the differences above are taken out.
@@ -273,8 +257,7 @@ TEST_F(ItemReaderSamples, RecipientsAndAttachmentsAgreeWithPffexport) {
 
 std::set<std::string> Listing(const fs::path& root, const fs::path& skip) {
   std::set<std::string> out;
-  for (auto it = fs::recursive_directory_iterator(root); it != fs::recursive_directory_iterator();
-       ++it) {
+  for (auto it = fs::recursive_directory_iterator(root); it != fs::recursive_directory_iterator(); ++it) {
     if (it->path() == skip) it.disable_recursion_pending();
     out.insert(fs::relative(it->path(), root).string());
   }
@@ -317,8 +300,7 @@ TEST_F(ItemReaderFolder, AttachmentFilesStayInTheItemFolder) {
     if (c.withData) records = Cat({records, Record(0x3701, 0x0102, c.inHeap ? 3 << 5 : dataNid)});
     const Buf list = test::PropertyList({Utf8ToUtf16(c.storedName), bytes}, {records});
     // A one-level subnode block (wide rows: NodeId, data block, subnode block).
-    const Buf children =
-        Cat({{2, 0}, LE(1, 2), LE(0, 4), LE(dataNid, 8), LE(add(bytes), 8), LE(0, 8)});
+    const Buf children = Cat({{2, 0}, LE(1, 2), LE(0, 4), LE(dataNid, 8), LE(add(bytes), 8), LE(0, 8)});
     message.push_back({nid + 0x20, add(list), add(children)});
     nid += 0x20;
   }

@@ -8,8 +8,8 @@
 #include "content/item_render.h"
 #include "content/multi_values.h"
 #include "store/byte_sink.h"
-#include "tests/support/test_data.h"
 #include "tests/support/heap_builder.h"
+#include "tests/support/test_data.h"
 
 namespace marrow {
 namespace {
@@ -53,22 +53,19 @@ Buf MultiValue(const std::vector<Buf>& values) {
 }
 
 Buf OneOff(const char* name, const char* type, const char* address, bool wide = true) {
-  const Buf provider = {0x81, 0x2B, 0x1F, 0xA4, 0xBE, 0xA3, 0x10, 0x19,
-                        0x9D, 0x6E, 0x00, 0xDD, 0x01, 0x0F, 0x54, 0x02};
+  const Buf provider = {0x81, 0x2B, 0x1F, 0xA4, 0xBE, 0xA3, 0x10, 0x19, 0x9D, 0x6E, 0x00, 0xDD, 0x01, 0x0F, 0x54, 0x02};
   Buf out = Cat({LE(0, 4), provider, LE(0, 2), LE(wide ? 0x8001 : 0x0001, 2)});
-  for (const char* text : {name, type, address})
-    out = Cat({out, wide ? Cat({W(text), {0, 0}}) : Cat({A(text), {0}})});
+  for (const char* text : {name, type, address}) out = Cat({out, wide ? Cat({W(text), {0, 0}}) : Cat({A(text), {0}})});
   return out;
 }
 
 // Local ids well away from the long ids, so a look-up that skips the map shows;
 // of two entries for one long id the first wins.
 const NameMap kMap = {
-    {0x8104, 0x9001, "{task}"},   {0x811F, 0x9002, "{task}"}, {0x8127, 0x9003, "{task}"},
-    {0x8013, 0x9004, "{common}"}, {0x8208, 0x9005, "{appt}"}, {0x8205, 0x9006, "{appt}"},
-    {0x8214, 0x9007, "{appt}"},   {0x8200, 0x9008, "{appt}"}, {0x8206, 0x9009, "{appt}"},
-    {0x820A, 0x900A, "{appt}"},   {0x80A9, 0x900B, "{addr}"}, {0x8080, 0x900C, "{addr}"},
-    {0x8054, 0x900D, "{addr}"},   {0x8706, 0x900E, "{log}"},  {0x8104, 0x90FF, "{later}"},
+    {0x8104, 0x9001, "{task}"}, {0x811F, 0x9002, "{task}"}, {0x8127, 0x9003, "{task}"},  {0x8013, 0x9004, "{common}"},
+    {0x8208, 0x9005, "{appt}"}, {0x8205, 0x9006, "{appt}"}, {0x8214, 0x9007, "{appt}"},  {0x8200, 0x9008, "{appt}"},
+    {0x8206, 0x9009, "{appt}"}, {0x820A, 0x900A, "{appt}"}, {0x80A9, 0x900B, "{addr}"},  {0x8080, 0x900C, "{addr}"},
+    {0x8054, 0x900D, "{addr}"}, {0x8706, 0x900E, "{log}"},  {0x8104, 0x90FF, "{later}"},
 };
 
 TEST(ClassifyItem, FirstMatchingClassTextDecides) {
@@ -82,8 +79,7 @@ TEST(ClassifyItem, FirstMatchingClassTextDecides) {
       {kKindMail, {"IPM.Post", "IPM.Note.Meeting", "REPORT.IPM.Note.NDR", ""}},
   };
   for (const auto& [kind, classes] : kinds) {
-    for (const char* messageClass : classes)
-      EXPECT_EQ(ClassifyItem(messageClass), kind) << messageClass;
+    for (const char* messageClass : classes) EXPECT_EQ(ClassifyItem(messageClass), kind) << messageClass;
   }
   EXPECT_EQ(ItemTypeText(10), "CALENDER");
   EXPECT_EQ(ItemTypeText(13), "CONTACT");
@@ -100,8 +96,7 @@ TEST(RenderItem, SaveAndPreviewForms) {
     const char* preview;  // nullptr: not checked
   };
   const Case cases[] = {
-      {"task", kKindTask,
-       Bag({{0x9001, kTime, LE(kJan2024, 8)}, {0x9002, kText, W("Ann")}, {0x9003, kText, {}}}),
+      {"task", kKindTask, Bag({{0x9001, kTime, LE(kJan2024, 8)}, {0x9002, kText, W("Ann")}, {0x9003, kText, {}}}),
        "<ITEM>START DATE : 133500000000000000</ITEM>\r\n<ITEM>TASK OWNER : Ann</ITEM>\r\n",
        "START DATE : Wed 01/17/2024 21:20 PM\r\nTASK OWNER : Ann\r\n"},
       // Plain tags reach the journal through the map; 1900 is no time.
@@ -118,8 +113,7 @@ TEST(RenderItem, SaveAndPreviewForms) {
        "<ITEM>Send As ICAL Boolean : 1</ITEM>\r\n<ITEM>Forward Instance : 1</ITEM>\r\n"
        "Show As: Busy\r\nLABEL: Importent\r\n",
        "Location : Room 5\r\n"},
-      {"numbers out of range: no tail", kKindAppointment,
-       Bag({{0x9006, kLong, LE(4, 4)}, {0x9007, kLong, LE(11, 4)}}),
+      {"numbers out of range: no tail", kKindAppointment, Bag({{0x9006, kLong, LE(4, 4)}, {0x9007, kLong, LE(11, 4)}}),
        "<ITEM>Show As : 4</ITEM>\r\n<ITEM>LABEL : 11</ITEM>\r\n", nullptr},
       {"absent numbers: no row and no tail", kKindAppointment, Bag({}), "", nullptr},
       // A contact lists no members, and its one number shows under two labels.
@@ -150,26 +144,22 @@ TEST(RenderItem, SaveAndPreviewForms) {
 }
 
 TEST(GetCategories, NamedValueThenAnyListNamingACategory) {
-  EXPECT_EQ(GetCategories(Bag({{0x9004, kMultiText, MultiValue({W("Red"), {}, W("Blue")})}}), kMap),
-            "Red;Blue");
+  EXPECT_EQ(GetCategories(Bag({{0x9004, kMultiText, MultiValue({W("Red"), {}, W("Blue")})}}), kMap), "Red;Blue");
   // Offsets 0x14 (kept), 0x400 (outside), 0x1A (kept), 0x16 (goes back).
-  const Buf bad =
-      Cat({LE(4, 4), LE(0x14, 4), LE(0x400, 4), LE(0x1A, 4), LE(0x16, 4), W("Red"), W("Gold")});
+  const Buf bad = Cat({LE(4, 4), LE(0x14, 4), LE(0x400, 4), LE(0x1A, 4), LE(0x16, 4), W("Red"), W("Gold")});
   EXPECT_EQ(GetCategories(Bag({{0x9004, kMultiText, bad}}), kMap), "Red;Gold");
   PropertyBag lost = Bag({{0x9004, kMultiText, LE(0, 4)},
                           {0x7001, 0x101E, MultiValue({A("Work"), A("Home")})},
                           {0x7002, 0x101E, MultiValue({A("Travel"), A("Green CATEGORY")})}});
-  EXPECT_EQ(GetCategories(lost, kMap), "Travel;Green CATEGORY")
-      << "taken whole, from the first that names one";
+  EXPECT_EQ(GetCategories(lost, kMap), "Travel;Green CATEGORY") << "taken whole, from the first that names one";
   EXPECT_EQ(GetCategories(Bag({{0x7001, 0x101E, MultiValue({A("Work"), A("Home")})}}), kMap), "");
 }
 
 TEST(ListMembers, OneOffEntriesFromTheFirstSlotThatHasThem) {
   const Buf wrapped = Cat({LE(0, 4), Buf(16, 0xC0), Buf(8, 0x11)});  // not a one-off: skipped
   const Buf members =
-      MultiBinary({OneOff("Ann", "SMTP", "ann@x.org"), Buf(10, 0), wrapped,
-                   OneOff("Bob", "SMTP", "bob@x.org", false), OneOff("Ann", "SMTP", "ann@x.org"),
-                   OneOff("", "SMTP", "nobody@x.org")});
+      MultiBinary({OneOff("Ann", "SMTP", "ann@x.org"), Buf(10, 0), wrapped, OneOff("Bob", "SMTP", "bob@x.org", false),
+                   OneOff("Ann", "SMTP", "ann@x.org"), OneOff("", "SMTP", "nobody@x.org")});
   bool asked = false;
   const SubnodeBytes subnodes = [&] {
     asked = true;
@@ -184,8 +174,8 @@ TEST(ListMembers, OneOffEntriesFromTheFirstSlotThatHasThem) {
   EXPECT_EQ(ReadMarkup(save), save) << "the ' : ' inside a member's value stays in the value";
 
   // A fixed slot is tried before the mapped list; with neither, the subnodes are read.
-  PropertyBag slot = Bag({{0x8100, kMultiBinary, MultiBinary({OneOff("Dan", "SMTP", "d@x")})},
-                          {0x900D, kMultiBinary, members}});
+  PropertyBag slot =
+      Bag({{0x8100, kMultiBinary, MultiBinary({OneOff("Dan", "SMTP", "d@x")})}, {0x900D, kMultiBinary, members}});
   EXPECT_EQ(ListMembers(slot, kMap, subnodes), (std::vector<ListMember>{{"Dan", "SMTP", "d@x"}}));
   EXPECT_EQ(ListMembers(Bag({{0x8100, kText, W("no list")}}), kMap, subnodes),
             (std::vector<ListMember>{{"Cy", "EX", "/o=x/cn=cy"}}));
@@ -193,17 +183,16 @@ TEST(ListMembers, OneOffEntriesFromTheFirstSlotThatHasThem) {
 }
 
 TEST(ReadMarkup, TimeRowsBecomeLocalTextAndTheRestIsKept) {
-  EXPECT_EQ(
-      ReadMarkup("<ITEM>START DATE : 133500000000000000</ITEM>\r\n"
-                 "<ITEM>END TIME : 133500000000000000</ITEM>\r\n"
-                 "<ITEM>Location : Hall : east</ITEM>\r\n"
-                 "<ITEM>WEDDING_ANNIVERSARY : 94354848000000000</ITEM>\r\n"
-                 "<ITEM>DUE DATE : soon</ITEM>\r\n"
-                 "<ITEM>LAST UPDATED : 133500000000000000</ITEM>\r\nShow As: Busy\r\n"),
-      "<ITEM>START DATE : Wed 01/17/2024 21:20 PM</ITEM>\r\n"
-      "<ITEM>END TIME : Wed 01/17/2024 21:20 PM</ITEM>\r\n<ITEM>Location : Hall : east</ITEM>\r\n"
-      "<ITEM>WEDDING_ANNIVERSARY : </ITEM>\r\n<ITEM>DUE DATE : </ITEM>\r\n"
-      "<ITEM>LAST UPDATED : 133500000000000000</ITEM>\r\n");
+  EXPECT_EQ(ReadMarkup("<ITEM>START DATE : 133500000000000000</ITEM>\r\n"
+                       "<ITEM>END TIME : 133500000000000000</ITEM>\r\n"
+                       "<ITEM>Location : Hall : east</ITEM>\r\n"
+                       "<ITEM>WEDDING_ANNIVERSARY : 94354848000000000</ITEM>\r\n"
+                       "<ITEM>DUE DATE : soon</ITEM>\r\n"
+                       "<ITEM>LAST UPDATED : 133500000000000000</ITEM>\r\nShow As: Busy\r\n"),
+            "<ITEM>START DATE : Wed 01/17/2024 21:20 PM</ITEM>\r\n"
+            "<ITEM>END TIME : Wed 01/17/2024 21:20 PM</ITEM>\r\n<ITEM>Location : Hall : east</ITEM>\r\n"
+            "<ITEM>WEDDING_ANNIVERSARY : </ITEM>\r\n<ITEM>DUE DATE : </ITEM>\r\n"
+            "<ITEM>LAST UPDATED : 133500000000000000</ITEM>\r\n");
   EXPECT_EQ(ReadMarkup("START TIME : Wed 01/17/2024 21:20 PM\r\n"), "") << "a preview has no rows";
 }
 
@@ -225,12 +214,10 @@ TEST(RenderSamples, ViewsOfRealItems) {
   std::vector<std::string> distList = list;
   distList.insert(distList.end(),
                   {"<ITEM>START TIME : 131146236000000000</ITEM>\r\n",  // Aug 02, 2016 15:00 UTC
-                   "<ITEM>Recurrence Pattern : every Tuesday from 8:00 AM to 8:30 AM</ITEM>\r\n",
-                   "Show As: Busy\r\n"});
-  const std::vector<std::string> contacts = {
-      "<ITEM>EMAIL1 EMAIL ADDRESS : MargaretJTolle@dayrep.com</ITEM>\r\n",
-      "<ITEM>COMPANY NAME : Grade A Investment</ITEM>\r\n",
-      "<ITEM>PRIMARY TELEPHONE NUMBER : 046-630-4614046-630-4614</ITEM>\r\n"};
+                   "<ITEM>Recurrence Pattern : every Tuesday from 8:00 AM to 8:30 AM</ITEM>\r\n", "Show As: Busy\r\n"});
+  const std::vector<std::string> contacts = {"<ITEM>EMAIL1 EMAIL ADDRESS : MargaretJTolle@dayrep.com</ITEM>\r\n",
+                                             "<ITEM>COMPANY NAME : Grade A Investment</ITEM>\r\n",
+                                             "<ITEM>PRIMARY TELEPHONE NUMBER : 046-630-4614046-630-4614</ITEM>\r\n"};
   struct Sample {
     const char* store;
     std::map<int, int> kinds;  // items of each kind
@@ -244,21 +231,18 @@ TEST(RenderSamples, ViewsOfRealItems) {
       {"ost4k/aspose_SampleContacts.ost", {{11, 6}}, contacts},
       {"pst/unicode/aspose_Outlook.pst",
        {{10, 1}, {11, 1}},
-       {"<ITEM>EMAIL1 EMAIL ADDRESS : saqib.razzaq@xp.local</ITEM>\r\n",
-        "<ITEM>Location : Room 5</ITEM>\r\n",
+       {"<ITEM>EMAIL1 EMAIL ADDRESS : saqib.razzaq@xp.local</ITEM>\r\n", "<ITEM>Location : Room 5</ITEM>\r\n",
         "<ITEM>START TIME : 129531942000000000</ITEM>\r\n"}},  // Jun 22, 2011 05:30 UTC
       {"pst/unicode/hiraoka_contacts.pst",
        {{11, 1}},
-       {"<ITEM>SURNAME : イグザンプル</ITEM>\r\n",
-        "<ITEM>EMAIL1 EMAIL ADDRESS : test@example.com</ITEM>\r\n",
+       {"<ITEM>SURNAME : イグザンプル</ITEM>\r\n", "<ITEM>EMAIL1 EMAIL ADDRESS : test@example.com</ITEM>\r\n",
         "<ITEM>BIRTHDAY : 125911260000000000</ITEM>\r\n"}},  // Dec 31, 1999 15:00 UTC
       {"pst/ansi/go-pst_32-bit.pst",
        {{10, 1}},
        {"<ITEM>START TIME : 127374138000000000</ITEM>\r\n", "Show As: Tentative\r\n"}},
       {"ost/unicode512/aspose_SampleOstFile.ost",
        {{10, 11}},
-       {"<ITEM>START TIME : 129609438372903037</ITEM>\r\n",
-        "<ITEM>Location : meeting request</ITEM>\r\n",
+       {"<ITEM>START TIME : 129609438372903037</ITEM>\r\n", "<ITEM>Location : meeting request</ITEM>\r\n",
         "<ITEM>Time Zone : (GMT+05:00) Islamabad, Karachi</ITEM>\r\n"}},
   };
   for (const Sample& sample : samples) {
@@ -283,13 +267,11 @@ TEST(RenderSamples, ViewsOfRealItems) {
         }
         return out;
       };
-      const std::string save =
-          RenderItem(kind, bag, reader.NamedProperties(), RowKind::kSave, children);
+      const std::string save = RenderItem(kind, bag, reader.NamedProperties(), RowKind::kSave, children);
       if (save.empty()) continue;
       ++kinds[kind];
       all += save;
-      const std::string preview =
-          RenderItem(kind, bag, reader.NamedProperties(), RowKind::kPreview, children);
+      const std::string preview = RenderItem(kind, bag, reader.NamedProperties(), RowKind::kPreview, children);
       EXPECT_FALSE(preview.empty() || preview.find("<ITEM>") != std::string::npos) << preview;
     }
     EXPECT_EQ(kinds, sample.kinds);

@@ -7,8 +7,8 @@
 
 #include "content/property_values.h"
 #include "content/rtf_body.h"
-#include "text/charset_convert.h"
 #include "tests/support/test_data.h"
+#include "text/charset_convert.h"
 
 namespace marrow {
 namespace {
@@ -28,9 +28,8 @@ std::string PffTime(const PropertyBag& bag, std::uint16_t id) {
                                         "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
   const std::int64_t s = seconds % 86400;
   char text[64];
-  std::snprintf(text, sizeof text, "%s %02u, %d %02d:%02d:%02d.%09llu UTC",
-                kMonths[unsigned(date.month()) - 1], unsigned(date.day()), int(date.year()),
-                int(s / 3600), int(s / 60 % 60), int(s % 60),
+  std::snprintf(text, sizeof text, "%s %02u, %d %02d:%02d:%02d.%09llu UTC", kMonths[unsigned(date.month()) - 1],
+                unsigned(date.day()), int(date.year()), int(s / 3600), int(s / 60 % 60), int(s % 60),
                 static_cast<unsigned long long>(ticks % 10000000 * 100));
   return text;
 }
@@ -92,16 +91,13 @@ TEST_F(MessageOracle, ItemsAgreeWithPffexport) {
       // 1041); so its text is turned back into bytes and read our way.
       auto asItemReads = [&bag](std::uint16_t tag, const std::string& text) {
         const PropertyValue* v = bag.Find(tag);
-        if (v == nullptr || v->propType != 0x001E || TextCodePage(bag) == kDefaultCodePage)
-          return text;
+        if (v == nullptr || v->propType != 0x001E || TextCodePage(bag) == kDefaultCodePage) return text;
         std::string raw;
         ConvertCharsetLossy(text, "utf-8", "ansi", &raw);
-        return CodePageToUtf8(reinterpret_cast<const std::uint8_t*>(raw.data()), raw.size(),
-                              TextCodePage(bag));
+        return CodePageToUtf8(reinterpret_cast<const std::uint8_t*>(raw.data()), raw.size(), TextCodePage(bag));
       };
       EXPECT_EQ(GetString(bag, 0x0037, true), asItemReads(0x0037, subject));
-      EXPECT_EQ(bag.Find(0x0C1A) ? GetString(bag, 0x0C1A, false) : "-",
-                asItemReads(0x0C1A, item.sender));
+      EXPECT_EQ(bag.Find(0x0C1A) ? GetString(bag, 0x0C1A, false) : "-", asItemReads(0x0C1A, item.sender));
       EXPECT_EQ(PffTime(bag, 0x0039), item.submitTime);
       EXPECT_EQ(PffTime(bag, 0x0E06), item.deliveryTime);
 
@@ -121,8 +117,7 @@ TEST_F(MessageOracle, ItemsAgreeWithPffexport) {
       }
       if (item.plainBytes != "-") {
         // Message.txt is the body as UTF-8, as GetString gives it.
-        EXPECT_EQ(plain ? std::to_string(GetString(bag, 0x1000, false).size()) : "0",
-                  item.plainBytes);
+        EXPECT_EQ(plain ? std::to_string(GetString(bag, 0x1000, false).size()) : "0", item.plainBytes);
       }
       if (item.htmlBytes != "-") {
         EXPECT_EQ(plain, nullptr);

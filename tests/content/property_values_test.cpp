@@ -10,8 +10,8 @@
 #include "content/property_names.h"
 #include "content/property_values.h"
 #include "content/value_format.h"
-#include "tests/support/test_data.h"
 #include "tests/support/heap_builder.h"
+#include "tests/support/test_data.h"
 
 namespace marrow {
 namespace {
@@ -23,8 +23,7 @@ using test::LE;
 // UTF-16LE as the compiler encodes it, independent of the code under test.
 Buf U16(const char16_t* text) {
   Buf out;
-  for (const char16_t* p = text; *p; ++p)
-    out.insert(out.end(), {std::uint8_t(*p), std::uint8_t(*p >> 8)});
+  for (const char16_t* p = text; *p; ++p) out.insert(out.end(), {std::uint8_t(*p), std::uint8_t(*p >> 8)});
   return out;
 }
 
@@ -97,21 +96,17 @@ TEST(TextCodePage, OwnThenLocaleThenInternetThenGiven) {
 }
 
 TEST(GetString, SpilledValueIsReadFromItsFile) {
-  const std::string path = (std::filesystem::temp_directory_path() /
-                            ("marrow-spill-" + std::to_string(::getpid()) + ".Bin"))
-                               .string();
+  const std::string path =
+      (std::filesystem::temp_directory_path() / ("marrow-spill-" + std::to_string(::getpid()) + ".Bin")).string();
   const Buf body = U16(u"a body kept on disk");
-  std::ofstream(path, std::ios::binary)
-      .write(reinterpret_cast<const char*>(body.data()), body.size());
+  std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(body.data()), body.size());
   {
     PropertyBag bag;
-    bag.Append(
-        PropertyValue::Spilled(0x1000, 0x001F, path, static_cast<std::uint32_t>(body.size())));
+    bag.Append(PropertyValue::Spilled(0x1000, 0x001F, path, static_cast<std::uint32_t>(body.size())));
     EXPECT_EQ(GetString(bag, 0x1000, false), "a body kept on disk");
     std::uint64_t size = 0;
     bool unicode = false;
-    EXPECT_EQ(WriteValueToFile(bag, 0x1000, "/nonexistent/x", size, unicode), path)
-        << "no copy of a spill file";
+    EXPECT_EQ(WriteValueToFile(bag, 0x1000, "/nonexistent/x", size, unicode), path) << "no copy of a spill file";
     EXPECT_TRUE(unicode);
     EXPECT_EQ(size, body.size());
   }
@@ -127,8 +122,7 @@ TEST(Getters, NumbersAndDates) {
   EXPECT_EQ(GetU32(bag, 0x0E08), 10000u);
   EXPECT_EQ(GetU64(bag, 0x0E07), 0xFFFFFFFFu) << "a 4-byte value is widened";
   EXPECT_EQ(GetU32(bag, 0x0039), 0u) << "an 8-byte value is no 32-bit number";
-  EXPECT_EQ(GetDateText(bag, 0x0039, false), "Wed 01/17/2024 21:20 PM")
-      << "24-hour clock and AM/PM";
+  EXPECT_EQ(GetDateText(bag, 0x0039, false), "Wed 01/17/2024 21:20 PM") << "24-hour clock and AM/PM";
   EXPECT_EQ(GetDateText(bag, 0x0039, true), "133500000000000000");
   EXPECT_EQ(GetDateText(bag, 0x0E06, false), "");
   EXPECT_EQ(GetDateText(bag, 0x3007, false), "") << "1900 or earlier is no date";
@@ -158,8 +152,7 @@ TEST(FormatValue, ByType) {
   EXPECT_EQ(FormatValue(bag, 0x0E1B, 0x000B), "");
   EXPECT_EQ(FormatValue(bag, 0x0FFF, 0x0102), "DE \r\nAD ");
   EXPECT_EQ(FormatValue(bag, 0x0E08, 0x1003), "FF \r\nFF FF FF ") << "arrays show as bytes";
-  EXPECT_EQ(FormatBinary(*bag.Find(0x0FFD)),
-            "00 \r\n01 02 03 04 05 06 07 08 09 0A 0B 0C 0D 0E 0F 10 \r\n");
+  EXPECT_EQ(FormatBinary(*bag.Find(0x0FFD)), "00 \r\n01 02 03 04 05 06 07 08 09 0A 0B 0C 0D 0E 0F 10 \r\n");
   const std::string shown = FormatBinary(*bag.Find(0x0FFC));
   EXPECT_EQ(std::count(shown.begin(), shown.end(), 'A'), 1001) << "bytes 0 to 1000";
   EXPECT_EQ(FormatTag(0x0037, 0x001F), "0x0037001F");

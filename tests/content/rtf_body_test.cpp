@@ -37,11 +37,9 @@ TEST_F(RtfFiles, DecompressesWithTheClosingBracesOrRefuses) {
   EXPECT_EQ(Decompress(Hex("1a0000001c0000004c5a4675e2d44b51410004205758595a0d6e7d010eb0")),
             "{\\rtf1 WXYZWXYZWXYZWXYZWXYZ}}");
   EXPECT_EQ(Decompress(Buf(15, 0)), "refused") << "shorter than a header";
-  EXPECT_EQ(Decompress(Hex("2d0000002b0000004c5a4676f1c5c7a703000a00")), "refused")
-      << "an unknown signature";
+  EXPECT_EQ(Decompress(Hex("2d0000002b0000004c5a4676f1c5c7a703000a00")), "refused") << "an unknown signature";
   EXPECT_FALSE(DecompressRtf(nullptr, 40, Path("null.rtf")));
-  EXPECT_EQ(Decompress(Hex("110000002b0000004c5a4675000000000300")), "")
-      << "a stored size too small for the stream";
+  EXPECT_EQ(Decompress(Hex("110000002b0000004c5a4675000000000300")), "") << "a stored size too small for the stream";
 
   // One control byte: a reference to offset 4090, length 10, then seven
   // literals. 4090..4095 were never written (zero), then the preload's start.
@@ -60,8 +58,7 @@ TEST_F(RtfFiles, BodiesThatFailTheCheckAreNotKept) {
       {"{\\rtf1{a}{b}{c}{d}{e}}", true},
       {"{{{{{{{{{{ no marker }}}}}}}}}}", false},
   };
-  for (const auto& [text, good] : files)
-    EXPECT_EQ(CheckRtfFile(Write("x.rtf", text)), good) << text;
+  for (const auto& [text, good] : files) EXPECT_EQ(CheckRtfFile(Write("x.rtf", text)), good) << text;
   EXPECT_FALSE(CheckRtfFile(Path("missing.rtf")));
 
   const Buf tiny = Hex("110000002b0000004c5a4675000000000300");
@@ -78,10 +75,9 @@ TEST_F(RtfFiles, EveryRtfBodyOfTheSamplesDecompresses) {
   // Turned away by the check: short real RTF of five groups or fewer (go-pst:
   // 4; pst2john's 294 messages share one 15,544-byte body with 3), and
   // bodies stored uncompressed ("MELA"), which come out as noise.
-  const std::map<std::string, std::size_t> rejected = {
-      {"pst/ansi/go-pst_32-bit.pst", 1},
-      {"pst/ansi/pst2john_97_outlook_pass12345.pst", 294},
-      {"pst/unicode/aspose_passwordprotectedPST.pst", 8}};
+  const std::map<std::string, std::size_t> rejected = {{"pst/ansi/go-pst_32-bit.pst", 1},
+                                                       {"pst/ansi/pst2john_97_outlook_pass12345.pst", 294},
+                                                       {"pst/unicode/aspose_passwordprotectedPST.pst", 8}};
   std::size_t bodies = 0;
   for (const std::string& store : test::AllStores()) {
     SCOPED_TRACE(store);

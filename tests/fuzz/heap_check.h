@@ -25,8 +25,7 @@ inline void CheckBag(const PropertyBag& bag, const std::string& scratch) {
     } else {
       std::error_code ec;
       Check(v.data.empty(), "a spilled value also holds bytes");
-      Check(std::filesystem::file_size(v.spillPath, ec) == v.size && !ec,
-            "a spill file differs from its size");
+      Check(std::filesystem::file_size(v.spillPath, ec) == v.size && !ec, "a spill file differs from its size");
     }
     if (!scratch.empty()) {
       FormatValue(bag, v.propId, v.propType);

@@ -20,16 +20,14 @@ void ExerciseCodec(const Buf& bytes) {
   Buf work = plain;
   work.reserve(1);  // a buffer, even for empty input: only a null one is refused
   // Permute encodes then decodes; the cyclic code is its own inverse.
-  for (const auto& [first, method] :
-       {std::pair{false, kCryptPermute}, std::pair{true, kCryptCyclic}}) {
+  for (const auto& [first, method] : {std::pair{false, kCryptPermute}, std::pair{true, kCryptCyclic}}) {
     Check(DecodeBlock(work.data(), work.size(), key, first, method) == 0 &&
               DecodeBlock(work.data(), work.size(), key, true, method) == 0,
           "a byte code was refused");
     Check(work == plain, "a byte code does not undo itself");
   }
   for (int method : {3 + (size > 0 ? bytes[0] % 200 : 0), int{kCryptNone}}) {
-    Check(DecodeBlock(work.data(), work.size(), key, true, method) == -1,
-          "an unknown method was accepted");
+    Check(DecodeBlock(work.data(), work.size(), key, true, method) == -1, "an unknown method was accepted");
   }
   Check(work == plain, "a refused method changed the bytes");
   Check(DecodeBlock(nullptr, 16, key, true, kCryptPermute) == -1, "a null buffer was accepted");

@@ -20,11 +20,10 @@ using Buf = std::vector<std::uint8_t>;
 
 // Block ids: data blocks are multiples of 4, internal blocks (index and
 // subnode blocks) have bit 1 set.
-constexpr std::uint64_t kStoreProps = 0x100, kNameMap = 0x104, kRootHeap = 0x108,
-                        kInboxHeap = 0x10C, kHeapPart2 = 0x110, kMessageHeap = 0x114,
-                        kAttachData1 = 0x118, kAttachData2 = 0x11C, kPlainBlock = 0x120;
-constexpr std::uint64_t kInboxIndex = 0x202, kNameMapSubnodes = 0x206, kMessageSubnodes = 0x20A,
-                        kAttachTree = 0x20E;
+constexpr std::uint64_t kStoreProps = 0x100, kNameMap = 0x104, kRootHeap = 0x108, kInboxHeap = 0x10C,
+                        kHeapPart2 = 0x110, kMessageHeap = 0x114, kAttachData1 = 0x118, kAttachData2 = 0x11C,
+                        kPlainBlock = 0x120;
+constexpr std::uint64_t kInboxIndex = 0x202, kNameMapSubnodes = 0x206, kMessageSubnodes = 0x20A, kAttachTree = 0x20E;
 
 struct Seed {
   std::string name;
@@ -84,12 +83,11 @@ Buf Build(const Seed& seed) {
   // The looped twin has a level-2 tree that names itself.
   add(kAttachTree, seed.looped ? IndexBlock(wide, 2, {kAttachTree, kInboxIndex, kAttachTree}, 790)
                                : IndexBlock(wide, 1, {kAttachData1, kAttachData2}, 790));
-  add(kNameMapSubnodes,
-      SubnodeBlock(wide, 0, {{0x1F, kPlainBlock, 0, 0}, {0x3F, kAttachTree, 0, 0}}));
-  add(kMessageSubnodes, SubnodeBlock(wide, 0,
-                                     {{0x671, kMessageHeap, kNameMapSubnodes, 0},
-                                      {0x692, kAttachTree, 0, 0},
-                                      {0x8025, kPlainBlock, 0, 0}}));
+  add(kNameMapSubnodes, SubnodeBlock(wide, 0, {{0x1F, kPlainBlock, 0, 0}, {0x3F, kAttachTree, 0, 0}}));
+  add(kMessageSubnodes,
+      SubnodeBlock(
+          wide, 0,
+          {{0x671, kMessageHeap, kNameMapSubnodes, 0}, {0x692, kAttachTree, 0, 0}, {0x8025, kPlainBlock, 0, 0}}));
 
   // Block index: a branch over two leaves, rows sorted by id.
   std::sort(blockRows.begin(), blockRows.end(),
@@ -98,8 +96,7 @@ Buf Build(const Seed& seed) {
   const std::vector<BlockRow> second(blockRows.begin() + blockRows.size() / 2, blockRows.end());
   b.BlockLeaf(blockLeaf1, first);
   b.BlockLeaf(blockLeaf2, second);
-  std::vector<BranchRow> blockBranchRows = {{first.front().blockId, blockLeaf1},
-                                            {second.front().blockId, blockLeaf2}};
+  std::vector<BranchRow> blockBranchRows = {{first.front().blockId, blockLeaf1}, {second.front().blockId, blockLeaf2}};
   if (seed.looped) blockBranchRows.push_back({0x7FFFFFF0, blockBranch});
   b.Branch(blockBranch, false, 1, blockBranchRows);
 
@@ -116,8 +113,7 @@ Buf Build(const Seed& seed) {
                                    {0x200044, kMessageHeap, 0, 0x8022},
                                    {0x200064, kAttachTree, kMessageSubnodes, 0x8042},
                                    {0x200084, kPlainBlock, 0, 0x122}};
-  for (std::uint32_t id = 0x2000A4; messages.size() < (wide ? large ? 126u : 15u : 31u);
-       id += 0x20) {
+  for (std::uint32_t id = 0x2000A4; messages.size() < (wide ? large ? 126u : 15u : 31u); id += 0x20) {
     messages.push_back({id, kPlainBlock, 0, 0x8042});
   }
   b.NodeLeaf(nodeLeaf2, messages);
@@ -152,8 +148,7 @@ int main(int argc, char** argv) {
     const std::vector<std::uint8_t> bytes = marrow::test::Build(seed);
     const std::string path = std::string(argv[1]) + "/" + seed.name;
     std::ofstream out(path, std::ios::binary);
-    out.write(reinterpret_cast<const char*>(bytes.data()),
-              static_cast<std::streamsize>(bytes.size()));
+    out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
     if (!out) {
       std::fprintf(stderr, "cannot write %s\n", path.c_str());
       return 1;

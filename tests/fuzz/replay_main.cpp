@@ -38,8 +38,7 @@ int main(int argc, char** argv) {
   }
   for (const fs::path& path : inputs) {
     std::ifstream in(path, std::ios::binary);
-    std::vector<std::uint8_t> data((std::istreambuf_iterator<char>(in)),
-                                   std::istreambuf_iterator<char>());
+    std::vector<std::uint8_t> data((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     if (!in.good() && !in.eof()) {
       std::fprintf(stderr, "cannot read %s\n", path.c_str());
       return 2;

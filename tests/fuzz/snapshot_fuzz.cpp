@@ -3,10 +3,10 @@
 // the scratch folder, so that the tests behind the paths are reached; then
 // its body read into a fresh reader and, when the header passes, a
 // snapshot-mode recovery over it whose folders are listed.
-#include "content/property_values.h"
 #include <algorithm>
 #include <filesystem>
 #include <memory>
+#include "content/property_values.h"
 
 #include "store/folder_items.h"
 #include "store/memory_tree.h"
@@ -58,8 +58,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   WriteFile(path, bytes);
   SnapshotHeader header;
   std::string error;
-  Check(ReadSnapshotHeader(path, header, error) || !error.empty(),
-        "a refused snapshot header gave no reason");
+  Check(ReadSnapshotHeader(path, header, error) || !error.empty(), "a refused snapshot header gave no reason");
 
   // The body starts behind the path fields, so these changes leave it alone.
   SetField(bytes, kSourceField, storePath);

@@ -30,11 +30,9 @@ using namespace fuzz;
 constexpr int kCancelAfter = 200000;
 constexpr std::size_t kSinkLimit = 4u << 20;
 // Walks the progress sink does not drive are bounded by the rows handed to them.
-constexpr std::size_t kMaxFolders = 64, kMaxItemsRead = 4, kMaxSubnodesRead = 16,
-                      kMaxBlockRowsRead = 8;
+constexpr std::size_t kMaxFolders = 64, kMaxItemsRead = 4, kMaxSubnodesRead = 16, kMaxBlockRowsRead = 8;
 // Where each width of header keeps its two roots.
-constexpr std::size_t kAnsiNodeRoot = 0xBC, kAnsiBlockRoot = 0xC4, kWideNodeRoot = 0xE0,
-                      kWideBlockRoot = 0xF0;
+constexpr std::size_t kAnsiNodeRoot = 0xBC, kAnsiBlockRoot = 0xC4, kWideNodeRoot = 0xE0, kWideBlockRoot = 0xF0;
 
 class BoundedProgress final : public ProgressSink {
  public:
@@ -150,14 +148,12 @@ void CheckRootPage(StoreReader& reader, std::uint64_t root, bool blockIndex) {
   PageFields f;
   if (!reader.CheckPage(page, blockIndex, f)) return;
   Check(f.count <= f.max, "a checked page has more rows than its maximum");
-  Check(std::size_t{f.count} * f.size <= layout.rowLimit,
-        "a checked page's rows run past its row limit");
+  Check(std::size_t{f.count} * f.size <= layout.rowLimit, "a checked page's rows run past its row limit");
   if (f.level == 0) return;
   std::vector<std::uint64_t> keys, offsets;
   reader.CollectBranchRows(page, f.count, f.size, keys, offsets);
   Check(keys.size() == offsets.size(), "branch keys and offsets differ in number");
-  for (std::uint64_t o : offsets)
-    Check(o < reader.FileSize(), "a collected child lies past the end");
+  for (std::uint64_t o : offsets) Check(o < reader.FileSize(), "a collected child lies past the end");
   keys.clear();
   offsets.clear();
   reader.DescendBranch(page, f.count, f.size, 0, 0, offsets, keys);
@@ -168,8 +164,7 @@ void CheckRootPage(StoreReader& reader, std::uint64_t root, bool blockIndex) {
 // One pass of everything over the current form and roots; gives the folder
 // rows the node walk found. In deep mode the node walk yields no folder rows
 // of its own, so the caller's are used.
-std::vector<FolderRow> ExerciseForm(StoreReader& reader,
-                                    const std::vector<FolderRow>* givenRows = nullptr) {
+std::vector<FolderRow> ExerciseForm(StoreReader& reader, const std::vector<FolderRow>* givenRows = nullptr) {
   BoundedProgress progress;
   reader.SetProgressSink(&progress);
   CheckRootPage(reader, reader.NodeRoot(), false);
@@ -202,8 +197,7 @@ std::vector<FolderRow> ExerciseForm(StoreReader& reader,
   for (std::uint64_t nodeId : {0x61, 0x122}) {
     VisitedSet visited;
     std::uint64_t dataBlock = 0, subnodeBlock = 0;
-    const std::int64_t found =
-        reader.FindNodeRow(reader.NodeRoot(), nodeId, dataBlock, subnodeBlock, visited);
+    const std::int64_t found = reader.FindNodeRow(reader.NodeRoot(), nodeId, dataBlock, subnodeBlock, visited);
     Check(found == 0 || found == 1, "FindNodeRow answered neither 0 nor 1");
     if (found == 0) continue;
     ReadSubnodes(reader, subnodeBlock);
@@ -216,13 +210,12 @@ std::vector<FolderRow> ExerciseForm(StoreReader& reader,
     NormalizeFolderBlock(reader, row.dataBlock);
     std::vector<std::pair<std::uint64_t, std::uint64_t>> items;  // data and subnode blocks
     VisitedSet pages;
-    reader.ListNodeChildren(
-        reader.NodeRoot(), row.nodeId, pages,
-        [&](std::uint64_t dataBlock, std::uint64_t nodeId, std::uint64_t subnodeBlock) {
-          Check((nodeId & kNodeTypeMask) == kNodeTypeMessage,
-                "a listed item is not a message node");
-          if (items.size() < kMaxItemsRead) items.emplace_back(dataBlock, subnodeBlock);
-        });
+    reader.ListNodeChildren(reader.NodeRoot(), row.nodeId, pages,
+                            [&](std::uint64_t dataBlock, std::uint64_t nodeId, std::uint64_t subnodeBlock) {
+                              Check((nodeId & kNodeTypeMask) == kNodeTypeMessage,
+                                    "a listed item is not a message node");
+                              if (items.size() < kMaxItemsRead) items.emplace_back(dataBlock, subnodeBlock);
+                            });
     items.insert(items.begin(), {row.dataBlock, row.subnodeBlock});
     for (const auto& [dataBlock, subnodeBlock] : items) {
       ReadSubnodes(reader, subnodeBlock);
@@ -234,8 +227,7 @@ std::vector<FolderRow> ExerciseForm(StoreReader& reader,
   reader.LoadNameMap();
   for (std::size_t i = named; i < reader.NamedProperties().size(); ++i) {
     const NamedProperty& n = reader.NamedProperties()[i];
-    Check(n.numericName >= 0x8000 && n.propId >= 0x8000 && n.guidText.size() == 38,
-          "a malformed named property");
+    Check(n.numericName >= 0x8000 && n.propId >= 0x8000 && n.guidText.size() == 38, "a malformed named property");
   }
   const CryptVotes& votes = reader.Votes();
   Check(votes.none >= 0 && votes.permute >= 0 && votes.cyclic >= 0, "a vote counter went negative");
@@ -256,8 +248,7 @@ void CheckSummary(StoreReader& reader, std::size_t size) {
     reader.ListNodeChildren(reader.NodeRoot(), summary.folders[i].row.nodeId, pages,
                             [&](std::uint64_t, std::uint64_t, std::uint64_t) { ++listed; });
     if (progress.Exhausted()) break;
-    Check(listed == summary.folders[i].messages,
-          "the summary's message count differs from a folder listing");
+    Check(listed == summary.folders[i].messages, "the summary's message count differs from a folder listing");
   }
   reader.SetProgressSink(nullptr);
 }
@@ -274,16 +265,14 @@ void ExerciseScan(StoreReader& reader) {
     ScannedBlockRow block;
     std::uint64_t offset = 0, size = 0;
     for (int i = 0; i < 4 && scan.blocks.Next(block); ++i) {
-      Check(scan.ScanFindBlock(block.blockId, offset, size) && size != 0,
-            "a scanned block is not found again");
+      Check(scan.ScanFindBlock(block.blockId, offset, size) && size != 0, "a scanned block is not found again");
     }
   }
 }
 
 void ExerciseStore(const Buf& bytes, const std::string& scratch) {
   StoreReader reader(scratch);
-  if (!reader.OpenSource(std::make_unique<MemorySource>(bytes)))
-    Fail("opening a memory source failed");
+  if (!reader.OpenSource(std::make_unique<MemorySource>(bytes))) Fail("opening a memory source failed");
   Check(reader.FileSize() == bytes.size(), "the reader's file size is not the input's");
 
   // Each form with the roots the open found and, where they differ, those a
@@ -294,12 +283,10 @@ void ExerciseStore(const Buf& bytes, const std::string& scratch) {
   const Buf header = reader.ReadAt(0, 0x200);
   Check(header.size() == 0x200, "ReadAt did not return the size asked for");
   auto signExtended = [&](std::size_t at) {
-    return static_cast<std::uint64_t>(
-        static_cast<std::int64_t>(static_cast<std::int32_t>(ReadU32(header, at))));
+    return static_cast<std::uint64_t>(static_cast<std::int64_t>(static_cast<std::int32_t>(ReadU32(header, at))));
   };
   const std::uint64_t ansiRoots[2] = {signExtended(kAnsiNodeRoot), signExtended(kAnsiBlockRoot)};
-  const std::uint64_t wideRoots[2] = {ReadU64(header, kWideNodeRoot),
-                                      ReadU64(header, kWideBlockRoot)};
+  const std::uint64_t wideRoots[2] = {ReadU64(header, kWideNodeRoot), ReadU64(header, kWideBlockRoot)};
   std::vector<FolderRow> knownRows;
   for (const auto& [ansi, large] : Forms(headerAnsi, headerLarge)) {
     reader.SetAnsi(ansi);
@@ -389,11 +376,9 @@ void ListFolderItems(StoreReader& reader, const RecoveryState& state, bool fromS
     ForEachFolderItem(reader, state, state.folders[i].nodeId, 1, [&](const FolderItem& item) {
       const bool fresh = blocks.insert(item.dataBlock).second;
       if (!fromStore) return;
-      Check((item.nodeId & kNodeTypeMask) == kNodeTypeMessage,
-            "a folder item is not a message node");
+      Check((item.nodeId & kNodeTypeMask) == kNodeTypeMessage, "a folder item is not a message node");
       // Scanned rows come after the index's, each data block only once.
-      Check(!item.isLost || (reader.UsesScan() && fresh),
-            "a scanned item repeats a data block already listed");
+      Check(!item.isLost || (reader.UsesScan() && fresh), "a scanned item repeats a data block already listed");
     });
   }
 }
@@ -402,16 +387,13 @@ void ListFolderItems(StoreReader& reader, const RecoveryState& state, bool fromS
 // folders, all but the lost flag. A reload makes up the two standard folders,
 // as the first step does, where the list it reads lacks them (a raw scan's,
 // or one that gained its first rows only in the orphan step); nothing else.
-void CheckSameLists(StoreReader& writer, const RecoveryState& written, StoreReader& reader,
-                    const RecoveryState& read) {
+void CheckSameLists(StoreReader& writer, const RecoveryState& written, StoreReader& reader, const RecoveryState& read) {
   auto rows = [](const RecoveryState& r) {
     std::vector<std::array<std::uint64_t, 4>> out;
-    for (const FolderRow& f : r.folderRows)
-      out.push_back({f.nodeId, f.dataBlock, f.subnodeBlock, f.parent});
+    for (const FolderRow& f : r.folderRows) out.push_back({f.nodeId, f.dataBlock, f.subnodeBlock, f.parent});
     return out;
   };
-  Check(rows(written) == rows(read),
-        "the folder rows read from a snapshot differ from those written");
+  Check(rows(written) == rows(read), "the folder rows read from a snapshot differ from those written");
   // Every record of every scan list, in order.
   auto lists = [](StoreReader& r) {
     LostItemScanner& s = r.Scanner();
@@ -430,16 +412,14 @@ void CheckSameLists(StoreReader& writer, const RecoveryState& written, StoreRead
   Check(lists(writer) == lists(reader), "a snapshot's scan lists differ from the scan's");
   const std::size_t n = written.folders.size();
   auto folders = [n](const RecoveryState& r) {
-    std::vector<std::tuple<std::string, std::string, std::uint64_t, std::uint64_t, std::uint32_t>>
-        out;
+    std::vector<std::tuple<std::string, std::string, std::uint64_t, std::uint64_t, std::uint32_t>> out;
     for (std::size_t i = 0; i < n && i < r.folders.size(); ++i) {
       const FolderRecord& f = r.folders[i];
       out.emplace_back(f.name, f.containerClass, f.nodeId, f.parentId, f.itemCount);
     }
     return out;
   };
-  Check(read.folders.size() >= n && read.folders.size() <= n + 2,
-        "a snapshot lost or gained folders");
+  Check(read.folders.size() >= n && read.folders.size() <= n + 2, "a snapshot lost or gained folders");
   Check(folders(written) == folders(read), "a folder's texts, ids or count changed in a snapshot");
   for (std::size_t i = n; i < read.folders.size(); ++i) {
     Check(read.folders[i].nodeId == kTopOfFoldersId || read.folders[i].nodeId == kDeletedItemsId,
@@ -505,8 +485,7 @@ void RunRecovery(const Input& in, std::size_t formIndex, bool raw) {
     std::unique_ptr<StoreReader> reload = OpenInput(in);
     RecoveryState reloadState;
     bool reloadComplete = false;
-    const std::vector<TreeLine> reloaded =
-        Reload(*reload, reloadState, header, path, raw, reloadComplete);
+    const std::vector<TreeLine> reloaded = Reload(*reload, reloadState, header, path, raw, reloadComplete);
     CheckSameLists(*reader, state, *reload, reloadState);
     if (complete && reloadComplete && reloadState.folders.size() == state.folders.size()) {
       Check(reloaded == lines, "the tree rebuilt from a snapshot differs from the first run's");

@@ -15,15 +15,14 @@ using test::MailFixture;
 class Attachments : public test::ScratchDir {};
 
 TEST_F(Attachments, NamesWithBlanksAndNonAsciiKeepNameAndBytes) {
-  const std::string names[] = {"Quarterly report – März 2024.pdf", "отчёт за март.xlsx",
-                               "報告 書.txt", "plain name.bin"};
+  const std::string names[] = {"Quarterly report – März 2024.pdf", "отчёт за март.xlsx", "報告 書.txt",
+                               "plain name.bin"};
   std::string bytes;
   for (int b = 0; b < 3 * 256; ++b) bytes.push_back(static_cast<char>(b));
   CkEmail mail;
   ASSERT_TRUE(mail.SetTextBody("see attached", "text/plain"));
   for (const std::string& name : names)
-    ASSERT_TRUE(mail.AddFileAttachment(Write(name, bytes + name), "application/octet-stream"))
-        << mail.LastErrorText();
+    ASSERT_TRUE(mail.AddFileAttachment(Write(name, bytes + name), "application/octet-stream")) << mail.LastErrorText();
   ASSERT_TRUE(mail.SaveEml(Path("files.eml")));
   // Names go out as RFC 2231 UTF-8, never in a charset picked per name.
   const std::string mime = test::ReadFile(Path("files.eml"));
@@ -84,9 +83,8 @@ TEST_F(Attachments, AttachmentHeaderNameIsWrittenAsGiven) {
   bool available = false;
   const std::vector<std::string> dump = test::PythonDump(Path("cid.eml"), &available);
   if (!available) GTEST_SKIP() << "python3 not found";
-  const auto image = std::find_if(dump.begin(), dump.end(), [](const std::string& line) {
-    return line.starts_with("file\timage/png");
-  });
+  const auto image = std::find_if(dump.begin(), dump.end(),
+                                  [](const std::string& line) { return line.starts_with("file\timage/png"); });
   ASSERT_NE(image, dump.end());
   EXPECT_NE(image->find("content-iD"), std::string::npos) << *image;
   EXPECT_EQ(dump.back(), "defects\t0");

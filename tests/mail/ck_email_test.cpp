@@ -52,21 +52,17 @@ struct TextCase {
 };
 
 const TextCase kTexts[] = {
-    {"Cyrillic", "Отчёт за март: итоги", "Добрый день!\nОтчёт во вложении.\n",
-     "<p>Добрый день!</p>"},
-    {"CJK", "会議の議事録 / 会议纪要 / 회의록", "お疲れ様です。\n議事録を送ります。",
-     "<p>你好，世界</p>\n"},
+    {"Cyrillic", "Отчёт за март: итоги", "Добрый день!\nОтчёт во вложении.\n", "<p>Добрый день!</p>"},
+    {"CJK", "会議の議事録 / 会议纪要 / 회의록", "お疲れ様です。\n議事録を送ります。", "<p>你好，世界</p>\n"},
     {"long mixed subject",
      "Ünïcödé and ASCII words repeated to force folding of the subject field across several lines "
      "— Ωμέγα — 終わり — and a tail that keeps going well beyond seventy-eight columns",
-     "trailing blanks kept   \nand a line that is rather long " + std::string(200, 'x') + "\n",
-     "<b>é</b>"},
+     "trailing blanks kept   \nand a line that is rather long " + std::string(200, 'x') + "\n", "<b>é</b>"},
     // Texts whose encoded words readers that join the words (GMime) cut at
     // the first padding unless every word but the last holds whole groups.
-    {"CJK split after padding", "コム ドット イグザンプル 殿", "本文\n", "<p>本文</p>",
-     "コム ドット イグザンプル 殿"},
-    {"long CJK", "第一四半期の売上報告と来期の予算計画についての打ち合わせのお知らせです", "x\n",
-     "<p>x</p>", "東京都千代田区丸の内一丁目営業部第二課課長代理補佐"},
+    {"CJK split after padding", "コム ドット イグザンプル 殿", "本文\n", "<p>本文</p>", "コム ドット イグザンプル 殿"},
+    {"long CJK", "第一四半期の売上報告と来期の予算計画についての打ち合わせのお知らせです", "x\n", "<p>x</p>",
+     "東京都千代田区丸の内一丁目営業部第二課課長代理補佐"},
     {"widths that never make whole groups",
      [] {
        std::string s;
@@ -111,9 +107,9 @@ TEST_F(BuiltMessage, NonAsciiTextsSurviveOurReaderGMimeAndPython) {
   ASSERT_EQ(dumps.size(), paths.size());
   for (std::size_t i = 0; i < paths.size(); ++i) {
     const TextCase& c = kTexts[i];
-    std::vector<std::string> expected = {
-        "subject\t" + Hex(c.subject), "from\t" + Hex(c.name) + "\tivan@example.ru",
-        "to\t" + Hex("A") + "\ta@x.org", "to\t" + Hex("Ölaf B") + "\tb@y.org", "to\t\tc@z.org"};
+    std::vector<std::string> expected = {"subject\t" + Hex(c.subject), "from\t" + Hex(c.name) + "\tivan@example.ru",
+                                         "to\t" + Hex("A") + "\ta@x.org", "to\t" + Hex("Ölaf B") + "\tb@y.org",
+                                         "to\t\tc@z.org"};
     if (!c.html.empty()) expected.push_back("multipart\tmultipart/alternative");
     expected.push_back("text\ttext/plain\t" + Hex(c.plain));
     if (!c.html.empty()) expected.push_back("text\ttext/html\t" + Hex(c.html));
@@ -167,8 +163,7 @@ TEST_F(BuiltMessage, SenderAndRecipientsFromEveryAcceptedForm) {
 
 // The Date is given as local wall-clock time and written with the zone's offset.
 TEST_F(BuiltMessage, DatesFromLocalWallTime) {
-  if (!std::filesystem::exists("/usr/share/zoneinfo/Europe/Berlin"))
-    GTEST_SKIP() << "no zone files";
+  if (!std::filesystem::exists("/usr/share/zoneinfo/Europe/Berlin")) GTEST_SKIP() << "no zone files";
   const char* old = std::getenv("TZ");
   const std::string saved = old ? old : "";
   ::setenv("TZ", "Europe/Berlin", 1);
@@ -219,9 +214,8 @@ TEST_F(BuiltMessage, StructureIsTheSameWhateverTheOrderOfCalls) {
   for (std::size_t i = 0; i < orders.size(); ++i) {
     EXPECT_EQ(
         Shape(dumps[i], true),
-        (std::vector<std::string>{"multipart\tmultipart/mixed", "multipart\tmultipart/alternative",
-                                  "text\ttext/plain", "text\ttext/html",
-                                  "file\tapplication/octet-stream", "defects\t0"}))
+        (std::vector<std::string>{"multipart\tmultipart/mixed", "multipart\tmultipart/alternative", "text\ttext/plain",
+                                  "text\ttext/html", "file\tapplication/octet-stream", "defects\t0"}))
         << "calls in order " << orders[i];
   }
 }

@@ -8,8 +8,8 @@
 namespace marrow {
 namespace {
 
-using test::ScratchDir;
 using test::MailFixture;
+using test::ScratchDir;
 
 struct Field {
   std::string name, value;

@@ -1,8 +1,8 @@
 // Charset conversion of CkString bytes, and line ends.
 #include <gtest/gtest.h>
 
-#include "text/charset_convert.h"
 #include "mail/ck_string.h"
+#include "text/charset_convert.h"
 
 namespace marrow {
 namespace {
@@ -19,15 +19,12 @@ TEST(CkString, ConvertsBetweenCharsetsAndReplacesWhatDoesNotFit) {
       {"utf-8 to ansi", "\xC3\xA9\xE2\x82\xAC", "utf-8", "ansi", "\xE9\x80"},
       {"ansi to utf-8", "\xE9\x80", "ansi", "utf-8", "\xC3\xA9\xE2\x82\xAC"},
       {"names in any case", "\xE9", "ANSI", "UTF-8", "\xC3\xA9"},
-      {"utf-16 is little-endian", "\xC3\xA9\xE2\x82\xAC", "utf-8", "utf-16",
-       std::string("\xE9\x00\xAC\x20", 4)},
-      {"unicode is utf-16", std::string("\xE9\x00\xAC\x20", 4), "unicode", "utf-8",
-       "\xC3\xA9\xE2\x82\xAC"},
+      {"utf-16 is little-endian", "\xC3\xA9\xE2\x82\xAC", "utf-8", "utf-16", std::string("\xE9\x00\xAC\x20", 4)},
+      {"unicode is utf-16", std::string("\xE9\x00\xAC\x20", 4), "unicode", "utf-8", "\xC3\xA9\xE2\x82\xAC"},
       {"Cyrillic has no ansi bytes", "\xD0\x9F\xD1\x80\xD0\xB8 ok", "utf-8", "ansi", "??? ok"},
       {"ansi holes decode to U+FFFD", "a\x81z", "ansi", "utf-8", "a\xEF\xBF\xBDz"},
       {"bad utf-8 becomes U+FFFD", "\xC3(x", "utf-8", "utf-8", "\xEF\xBF\xBD(x"},
-      {"a sequence cut at the end", "a\xE2\x82", "utf-8", "utf-16",
-       std::string("a\x00\xFD\xFF", 4)},
+      {"a sequence cut at the end", "a\xE2\x82", "utf-8", "utf-16", std::string("a\x00\xFD\xFF", 4)},
       {"a lone surrogate in utf-16",
        std::string("\x00\xD8"
                    "b\x00",
@@ -43,8 +40,7 @@ TEST(CkString, ConvertsBetweenCharsetsAndReplacesWhatDoesNotFit) {
   for (const Case& c : cases) {
     CkString text(c.in);
     const bool refused = c.out == "refused";
-    EXPECT_EQ(text.ConvertCharset(c.from, c.to), !refused)
-        << c.what << ": " << text.LastErrorText();
+    EXPECT_EQ(text.ConvertCharset(c.from, c.to), !refused) << c.what << ": " << text.LastErrorText();
     EXPECT_EQ(text.GetString(), refused ? c.in : c.out) << c.what;
   }
 }

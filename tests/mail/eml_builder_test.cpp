@@ -7,13 +7,13 @@
 
 #include <gtest/gtest.h>
 
-#include "mail/eml_builder.h"
-#include "mail/item_converter.h"
 #include "content/item_render.h"
 #include "content/property_values.h"
 #include "mail/ck_email.h"
-#include "tests/support/test_data.h"
+#include "mail/eml_builder.h"
+#include "mail/item_converter.h"
 #include "tests/support/heap_builder.h"
+#include "tests/support/test_data.h"
 
 namespace marrow {
 namespace {
@@ -120,8 +120,8 @@ TEST_F(EmlBuilder, AttachmentsCarryTheirHeadersAndMessagesGoAsMessages) {
   AttachmentFiles files;
   files.push_back({Write("a file.txt", "first"), "a file.txt", "", "text/plain"});
   files.push_back({Write("x.bin", "second"), "report 2024.pdf", "cid-7@example.org", "application/pdf"});
-  files.push_back({Write("inner.eml", "Subject: inner\r\nFrom: a@b.org\r\n\r\nhi\r\n"), "inner.eml", "",
-                   "message/rfc822"});
+  files.push_back(
+      {Write("inner.eml", "Subject: inner\r\nFrom: a@b.org\r\n\r\nhi\r\n"), "inner.eml", "", "message/rfc822"});
   files.push_back({Write("plain", "third"), "no type", "", ""});
   EmlParts parts;
   parts.subject = "with files";
@@ -140,8 +140,7 @@ TEST_F(EmlBuilder, AttachmentsCarryTheirHeadersAndMessagesGoAsMessages) {
   // Names with blanks read back whole, not cut at the first blank.
   const std::string view = PythonView(path);
   for (const std::string& part :
-       {"file\ttext/plain\t" + Hex("a file.txt"),
-        "file\tapplication/pdf\t" + Hex("report 2024.pdf"),
+       {"file\ttext/plain\t" + Hex("a file.txt"), "file\tapplication/pdf\t" + Hex("report 2024.pdf"),
         "file\tapplication/octet-stream\t" + Hex("no type"), "text\ttext/plain\t" + Hex("body")})
     EXPECT_NE(view.find("\n" + part + "\t"), std::string::npos) << part << "\n" << view;
 
@@ -168,8 +167,8 @@ TEST_F(EmlBuilder, DateFromTheDateTextOrTheDeliveryTimeOrNone) {
   EXPECT_EQ(local, 1705526400);  // 2024-01-17 21:20 as wall-clock seconds
   ASSERT_TRUE(ParseDateText("01/17/2024 21:20 PM", &local)) << "no weekday: read whole";
   EXPECT_EQ(local, 1705526400);
-  for (const char* bad : {"", "Wed", "Wed 13/01/2024 10:00 AM", "Wed 02/30/2024 10:00 AM",
-                          "Mon 01/01/1899 10:00 AM", "Wed 01/17/2024 24:00 PM", "Wed 1/17/2024"})
+  for (const char* bad : {"", "Wed", "Wed 13/01/2024 10:00 AM", "Wed 02/30/2024 10:00 AM", "Mon 01/01/1899 10:00 AM",
+                          "Wed 01/17/2024 24:00 PM", "Wed 1/17/2024"})
     EXPECT_FALSE(ParseDateText(bad, &local)) << bad;
 
   const std::int64_t utc = local;  // the content tests run in UTC
@@ -230,8 +229,7 @@ TEST_F(EmlBuilder, NonAsciiSubjectAndBodiesComeOutInOneCharset) {
     EXPECT_NE(mime.find("charset=utf-8"), std::string::npos);
     const std::string view = PythonView(path);
     EXPECT_EQ(view.rfind("subject\t" + Hex("Привет, мир") + "\n", 0), 0u) << view;
-    EXPECT_NE(view.find(std::string("\ntext\t") + (c.isPlain ? "text/plain\t" : "text/html\t") +
-                        Hex(c.text)),
+    EXPECT_NE(view.find(std::string("\ntext\t") + (c.isPlain ? "text/plain\t" : "text/html\t") + Hex(c.text)),
               std::string::npos)
         << view;
     EXPECT_EQ(Count(view, "\ntext\t") + Count(view, "\nfile\t"), 1u) << view;
@@ -242,8 +240,7 @@ TEST_F(EmlBuilder, ItemsThatAreNotMailShowTheirRowsOrTheirBody) {
   AttachmentFiles files;
   files.push_back({Write("agenda.txt", "agenda"), "agenda.txt", "", "text/plain"});
   ItemEmlParts parts;
-  parts.itemText =
-      "<ITEM>Location : Hall <A></ITEM>\r\n<ITEM>END TIME : 133500000000000000</ITEM>\r\n";
+  parts.itemText = "<ITEM>Location : Hall <A></ITEM>\r\n<ITEM>END TIME : 133500000000000000</ITEM>\r\n";
   parts.typeText = "CALENDER";
   parts.deliveryTime = kJan2024;
   const std::string path = BuildItemEml(Item(), parts, files);
@@ -269,8 +266,7 @@ TEST_F(EmlBuilder, ItemsThatAreNotMailShowTheirRowsOrTheirBody) {
 
   parts.plainBody = "Bring <notes>\r\nand coffee";
   ASSERT_TRUE(email.LoadEml(BuildItemEml(Item(), parts, {})));
-  EXPECT_EQ(email.GetHtmlBody(),
-            "<html><body><p>Bring &lt;notes&gt;<br>\nand coffee</p></body></html>");
+  EXPECT_EQ(email.GetHtmlBody(), "<html><body><p>Bring &lt;notes&gt;<br>\nand coffee</p></body></html>");
   EXPECT_EQ(email.NumAttachments(), 1) << "the rows still go along";
 }
 
@@ -280,13 +276,11 @@ TEST_F(EmlBuilder, ConvertPicksTheBodyRecipientsAndSenderOfAnItem) {
   const std::string headers =
       "From: Ann Lee <ann@example.org>\r\nTo: bob@example.org, cy@example.org\r\nSubject: s\r\n"
       "Cc: d@e.org\r\n";
-  const std::pair<std::vector<std::tuple<std::uint16_t, std::uint16_t, Buf>>, const char*> cases[] =
-      {
-          {{}, "\t\t\t\t   |-"},
-          {{{0x1000, kUnicode, Utf8ToUtf16("plain text")}}, "plain text|-"},
-          {{{0x1000, kUnicode, Utf8ToUtf16("plain")}, {0x1013, kBinary, Bytes("<p>x</p>")}},
-           "-|<p>x</p>"},
-      };
+  const std::pair<std::vector<std::tuple<std::uint16_t, std::uint16_t, Buf>>, const char*> cases[] = {
+      {{}, "\t\t\t\t   |-"},
+      {{{0x1000, kUnicode, Utf8ToUtf16("plain text")}}, "plain text|-"},
+      {{{0x1000, kUnicode, Utf8ToUtf16("plain")}, {0x1013, kBinary, Bytes("<p>x</p>")}}, "-|<p>x</p>"},
+  };
   for (const auto& [body, bodies] : cases) {
     SCOPED_TRACE(bodies);
     PropertyBag bag = Bag({{0x001A, kUnicode, Utf8ToUtf16("IPM.Note")},
@@ -312,8 +306,7 @@ TEST_F(EmlBuilder, ConvertPicksTheBodyRecipientsAndSenderOfAnItem) {
   }
 
   // A refused item is not converted and shows no sender, subject or time.
-  PropertyBag bag =
-      Bag({{0x0037, kUnicode, Utf8ToUtf16("secret")}, {0x0E06, kTime, test::LE(1u << 30, 8)}});
+  PropertyBag bag = Bag({{0x0037, kUnicode, Utf8ToUtf16("secret")}, {0x0E06, kTime, test::LE(1u << 30, 8)}});
   ConvertOptions options;
   std::string seen;
   options.filter = [&](const ItemResult& r) {

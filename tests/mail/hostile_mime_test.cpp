@@ -67,8 +67,8 @@ TEST(HostileMime, NulBytesDeepNestingAndRandomBytes) {
 
   std::string deep = "Content-Type: multipart/mixed; boundary=\"b0\"\r\n\r\n";
   for (int i = 1; i < 400; ++i)
-    deep += "--b" + std::to_string(i - 1) + "\r\nContent-Type: multipart/mixed; boundary=\"b" +
-            std::to_string(i) + "\"\r\n\r\n";
+    deep += "--b" + std::to_string(i - 1) + "\r\nContent-Type: multipart/mixed; boundary=\"b" + std::to_string(i) +
+            "\"\r\n\r\n";
   deep += "--b399\r\nContent-Type: text/plain\r\n\r\ndeep\r\n";
   CkEmail nested;
   ASSERT_TRUE(nested.SetFromMimeText(deep));

@@ -16,9 +16,8 @@ std::vector<std::string> FieldNames(const CkEmail& mail) {
 }
 
 const std::vector<std::string> kRelayedFields = {
-    "Return-Path",  "Received",   "Received",     "X-Mailer",    "Message-ID",
-    "Date",         "Subject",    "From",         "To",          "Cc",
-    "MIME-Version", "X-Priority", "Content-Type", "X-Spam-Score"};
+    "Return-Path", "Received", "Received", "X-Mailer",     "Message-ID", "Date",         "Subject",
+    "From",        "To",       "Cc",       "MIME-Version", "X-Priority", "Content-Type", "X-Spam-Score"};
 
 class LoadedMail : public test::ScratchDir {
  protected:
@@ -31,10 +30,9 @@ class LoadedMail : public test::ScratchDir {
 
 TEST_F(LoadedMail, AccessorsAndTheHeaderWalkReadTheStoredFields) {
   ASSERT_EQ(FieldNames(relayed_), kRelayedFields);
-  EXPECT_EQ(
-      relayed_.GetHeaderFieldValue(1),
-      "from mx2.example.org (mx2.example.org [192.0.2.20])\tby inbound.example.net with ESMTPS id "
-      "4F2A1C0042\tfor <olga@example.net>; Tue, 05 Mar 2024 09:14:07 +0100 (CET)");
+  EXPECT_EQ(relayed_.GetHeaderFieldValue(1),
+            "from mx2.example.org (mx2.example.org [192.0.2.20])\tby inbound.example.net with ESMTPS id "
+            "4F2A1C0042\tfor <olga@example.net>; Tue, 05 Mar 2024 09:14:07 +0100 (CET)");
   EXPECT_EQ(relayed_.GetHeaderFieldValue(6), "Отчёт за март");
   EXPECT_EQ(relayed_.GetHeaderFieldName(14), "");
   EXPECT_EQ(relayed_.GetHeaderFieldValue(-1), "");
@@ -80,12 +78,10 @@ TEST_F(LoadedMail, UnchangedSavesByteForByteAndChangesKeepTheRoute) {
 }
 
 TEST_F(LoadedMail, RemoveHeaderFieldTakesEveryInstanceInAnyCase) {
-  for (const char* name : {"received", "X-SPAM-SCORE", "To", "X-Not-There"})
-    relayed_.RemoveHeaderField(name);
+  for (const char* name : {"received", "X-SPAM-SCORE", "To", "X-Not-There"}) relayed_.RemoveHeaderField(name);
   EXPECT_EQ(relayed_.NumTo(), 0);
-  const std::vector<std::string> expected = {
-      "Return-Path", "X-Mailer", "Message-ID",   "Date",       "Subject",
-      "From",        "Cc",       "MIME-Version", "X-Priority", "Content-Type"};
+  const std::vector<std::string> expected = {"Return-Path", "X-Mailer", "Message-ID",   "Date",       "Subject",
+                                             "From",        "Cc",       "MIME-Version", "X-Priority", "Content-Type"};
   EXPECT_EQ(FieldNames(relayed_), expected);
   const std::string mime = relayed_.GetMime();
   EXPECT_EQ(mime.find("Received:"), std::string::npos);

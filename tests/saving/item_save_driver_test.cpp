@@ -56,8 +56,7 @@ TEST(ItemSaveDriver, GivesTheFinishedMimeFileHeaderLinesAndTheDumpWhenWanted) {
     const ConvertedItem appointment = driver.Convert(first("Calendar"), &none, ItemWants{true});
     EXPECT_EQ(appointment.header.typeText, "CALENDER");
     EXPECT_NE(appointment.header.itemText.find("<ITEM>START TIME : "), std::string::npos);
-    EXPECT_NE(text(appointment.emlPath).find("ExtraInformation.txt"), std::string::npos)
-        << "rebuilt from its rows";
+    EXPECT_NE(text(appointment.emlPath).find("ExtraInformation.txt"), std::string::npos) << "rebuilt from its rows";
     ASSERT_FALSE(appointment.propertyDumpPath.empty());
     EXPECT_GT(fs::file_size(appointment.propertyDumpPath), 0u);
 

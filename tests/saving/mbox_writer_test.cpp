@@ -57,9 +57,9 @@ TEST_F(Mbox, MessagesStandBehindTheFixedSeparator) {
 TEST_F(Mbox, PythonReadsTheMessagesAndSplitsAtAnUnquotedFromLine) {
   // Body lines are not quoted, by design: a reader then starts a message
   // at "From here on", so it sees three messages where two were written.
-  const std::string mbox = WriteMbox(
-      {"From: a@x.org\r\nSubject: first\r\n\r\nplain body\r\n",
-       "From: b@x.org\r\nSubject: second\r\n\r\nline one\r\nFrom here on it is quoted\r\n"});
+  const std::string mbox =
+      WriteMbox({"From: a@x.org\r\nSubject: first\r\n\r\nplain body\r\n",
+                 "From: b@x.org\r\nSubject: second\r\n\r\nline one\r\nFrom here on it is quoted\r\n"});
   const std::string script =
       "import mailbox,sys\n"
       "m=mailbox.mbox(sys.argv[1])\n"

@@ -40,8 +40,7 @@ TEST(SaveFilter, ItemTypesByTheFirstTextOfTheClass) {
       {"IPM.DistList", "Distribution List"}, {"IPM.Schedule.Meeting.Request", "Calendar"},
       {"IPM.StickyNote", "Notes"},           {"IPM.Activity", "Journal"},
       {"REPORT.IPM.Note.NDR", "Email"},      {"", "Email"}};
-  for (const auto& [messageClass, label] : labels)
-    EXPECT_EQ(ItemTypeLabel(messageClass), label) << messageClass;
+  for (const auto& [messageClass, label] : labels) EXPECT_EQ(ItemTypeLabel(messageClass), label) << messageClass;
   SaveFilter f;
   f.itemTypeInclude = kFilterInclude;
   f.itemTypeValues = {"Calendar"};

@@ -33,13 +33,11 @@ std::set<std::string> Names(const fs::path& dir) {
   return names;
 }
 
-std::vector<FolderItem> ItemsOf(StoreReader& reader, const RecoveryState& state,
-                                const std::string& folder) {
+std::vector<FolderItem> ItemsOf(StoreReader& reader, const RecoveryState& state, const std::string& folder) {
   std::vector<FolderItem> items;
   for (const FolderRecord& f : state.folders) {
     if (f.name == folder)
-      ForEachFolderItem(reader, state, f.nodeId, 1,
-                        [&](const FolderItem& i) { items.push_back(i); });
+      ForEachFolderItem(reader, state, f.nodeId, 1, [&](const FolderItem& i) { items.push_back(i); });
   }
   return items;
 }
@@ -55,8 +53,7 @@ class SaveWalk : public ::testing::Test {
 
   // Recovers a copy of the bundled sample into `tree`, everything checked.
   // `folder` keeps copies of one name apart: each reader locks its file.
-  TreeItem Recover(StoreReader& reader, RecoveryState& state, MemoryTree& tree,
-                   const std::string& folder = ".") {
+  TreeItem Recover(StoreReader& reader, RecoveryState& state, MemoryTree& tree, const std::string& folder = ".") {
     fs::create_directories(dir_ / folder);
     const fs::path copy = dir_ / folder / "Sample.ost";
     fs::copy_file(fs::path(MARROW_SOURCE_DIR) / "samples/aspose_SampleOstFile.ost", copy,
@@ -78,8 +75,7 @@ class SaveWalk : public ::testing::Test {
       c.header.subject = std::to_string(item.nodeId);
       c.fromText = item.isLost ? "lost" : "live";
       c.emlPath = (dir_ / (c.header.subject + ".src")).string();
-      if (item.nodeId != failOn)
-        std::ofstream(c.emlPath) << "Subject: " << c.header.subject << "\r\n\r\nbody\r\n";
+      if (item.nodeId != failOn) std::ofstream(c.emlPath) << "Subject: " << c.header.subject << "\r\n\r\nbody\r\n";
       return c;
     };
   }
@@ -174,10 +170,9 @@ TEST_F(SaveWalk, HostileFolderNamesStayInsideTheDestination) {
   const SaveEnd end = Save(reader, state, tree, root, profile, kOutputEml);
   // The 300-character name makes a path too long: the walk ends with the text.
   EXPECT_TRUE(end.failed);
-  EXPECT_TRUE(end.message.starts_with(
-      "The provided path is too long to create\nPlease provide different destination path\n"));
-  EXPECT_EQ(Names(dir_ / "out/evil.ost"),
-            (std::set<std::string>{"_", ".._.._escape", "nul_here", "a_b_c_d"}));
+  EXPECT_TRUE(
+      end.message.starts_with("The provided path is too long to create\nPlease provide different destination path\n"));
+  EXPECT_EQ(Names(dir_ / "out/evil.ost"), (std::set<std::string>{"_", ".._.._escape", "nul_here", "a_b_c_d"}));
   EXPECT_EQ(Names(dir_), std::set<std::string>{"out"}) << "nothing beside the destination";
 
   // An MBOX file is named by the folder's own label: one with "/" fails to
@@ -265,19 +260,15 @@ TEST_F(SaveWalk, ChosenItemsNumberedPerFolderInTheOrderChosen) {
     order.push_back(item.nodeId);
     return fake(item, filter, wants);
   });
-  const SaveEnd end =
-      pipeline.SaveChosenItems({chosen("Inbox/sub1/", sub1[1]), chosen("Inbox/", inbox[0]),
-                                chosen("Inbox/sub1/", sub1[0]), chosen("Inbox/", inbox[1])},
-                               (dir_ / "out").string(), kOutputEml);
+  const SaveEnd end = pipeline.SaveChosenItems({chosen("Inbox/sub1/", sub1[1]), chosen("Inbox/", inbox[0]),
+                                                chosen("Inbox/sub1/", sub1[0]), chosen("Inbox/", inbox[1])},
+                                               (dir_ / "out").string(), kOutputEml);
   ASSERT_FALSE(end.failed) << end.message;
   EXPECT_EQ(end.destination, (dir_ / "out").string() + "/") << "no folder of the store's own";
   EXPECT_EQ(end.itemsWritten, 4u);
   // Folders in first-seen order, items in the order chosen inside each.
-  EXPECT_EQ(order, (std::vector<std::uint64_t>{sub1[1].nodeId, sub1[0].nodeId, inbox[0].nodeId,
-                                               inbox[1].nodeId}));
-  auto subjectOf = [](const FolderItem& i) {
-    return "Subject: " + std::to_string(i.nodeId) + "\r\n";
-  };
+  EXPECT_EQ(order, (std::vector<std::uint64_t>{sub1[1].nodeId, sub1[0].nodeId, inbox[0].nodeId, inbox[1].nodeId}));
+  auto subjectOf = [](const FolderItem& i) { return "Subject: " + std::to_string(i.nodeId) + "\r\n"; };
   EXPECT_TRUE(ReadFile(dir_ / "out/Inbox/sub1/1.eml").starts_with(subjectOf(sub1[1])));
   EXPECT_TRUE(ReadFile(dir_ / "out/Inbox/sub1/2.eml").starts_with(subjectOf(sub1[0])));
   EXPECT_TRUE(ReadFile(dir_ / "out/Inbox/2.eml").starts_with(subjectOf(inbox[1])));
@@ -304,12 +295,11 @@ TEST_F(SaveWalk, AllStoresInOrderWithTheirOwnFolders) {
       d(pending, pendingState, pendingTree, pendingRoot, profile);
   for (SavePipeline* p : {&a, &b, &c, &d}) p->SetConversion(FakeConversion());
   std::vector<std::string> scanned;
-  const SaveAllEnd end =
-      SaveAllStores({&a, &c, &b}, Options(kOutputEml), {pending.SourcePath(), "/nowhere/x.ost"},
-                    [&](const std::string& path) -> SavePipeline* {
-                      scanned.push_back(path);
-                      return path == pending.SourcePath() ? &d : nullptr;
-                    });
+  const SaveAllEnd end = SaveAllStores({&a, &c, &b}, Options(kOutputEml), {pending.SourcePath(), "/nowhere/x.ost"},
+                                       [&](const std::string& path) -> SavePipeline* {
+                                         scanned.push_back(path);
+                                         return path == pending.SourcePath() ? &d : nullptr;
+                                       });
   EXPECT_FALSE(end.cancelled);
   EXPECT_EQ(end.text, "") << "the caller shows the location";
   ASSERT_EQ(end.stores.size(), 3u) << "the store with nothing checked is passed over";

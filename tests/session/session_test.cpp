@@ -43,8 +43,7 @@ TEST(SessionSave, APendingSourceIsParsedWhenTheJobReachesItAndItsFilesAreWritten
   ASSERT_EQ(end.saved.stores.size(), 1u);
   EXPECT_EQ(end.saved.stores[0].itemsWritten, 15u);
   std::size_t files = 0;
-  for (const auto& entry : fs::recursive_directory_iterator(job.destination))
-    files += entry.is_regular_file();
+  for (const auto& entry : fs::recursive_directory_iterator(job.destination)) files += entry.is_regular_file();
   EXPECT_EQ(files, 15u);
   EXPECT_TRUE(fs::is_regular_file(dir.Path("out/Sample.ost/Inbox/sub1/15.eml")));
 
@@ -105,8 +104,7 @@ TEST_F(ParsedSample, PreviewGivesTheHeaderBodiesAndAttachmentNames) {
   const ItemRow* item = nullptr;
   const std::vector<FindHit> hits = FindItems(*session_, {"", "", "newsletter copy", ""});
   for (const FindHit& hit : hits) {
-    if (hit.item.subject == "newsletter copy" && !hit.item.isLost && item == nullptr)
-      item = &hit.item;
+    if (hit.item.subject == "newsletter copy" && !hit.item.isLost && item == nullptr) item = &hit.item;
   }
   ASSERT_NE(item, nullptr);
   ItemPreview preview;
@@ -114,14 +112,12 @@ TEST_F(ParsedSample, PreviewGivesTheHeaderBodiesAndAttachmentNames) {
   EXPECT_EQ(preview.from, "Saqib Razzaq");
   EXPECT_EQ(preview.to, "Saqib Razzaq");
   EXPECT_EQ(preview.date, "Tue 09/20/2011 10:27 AM");
-  EXPECT_NE(preview.plainBody.find("newsletter"), std::string::npos)
-      << preview.plainBody.substr(0, 200);
+  EXPECT_NE(preview.plainBody.find("newsletter"), std::string::npos) << preview.plainBody.substr(0, 200);
   EXPECT_NE(preview.htmlBody.find("<html"), std::string::npos) << preview.htmlBody.substr(0, 200);
   // The images of the HTML body, in the order the EML export lists them.
   std::vector<std::string> images;
   for (int i = 1; i <= 11; ++i)
-    images.push_back((i < 10 ? "image00" : "image0") + std::to_string(i) +
-                     (i == 1 ? ".jpg" : ".png"));
+    images.push_back((i < 10 ? "image00" : "image0") + std::to_string(i) + (i == 1 ? ".jpg" : ".png"));
   EXPECT_EQ(preview.attachmentNames, images);
 }
 

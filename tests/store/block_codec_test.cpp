@@ -30,8 +30,7 @@ TEST(CryptTables, AreThePublishedPermutations) {
   // First and last sixteen bytes of R and S as published.
   EXPECT_EQ(Buf(r.begin(), r.begin() + 16),
             (Buf{65, 54, 19, 98, 168, 33, 110, 187, 244, 22, 204, 4, 127, 100, 232, 93}));
-  EXPECT_EQ(Buf(r.end() - 16, r.end()),
-            (Buf{162, 1, 247, 46, 188, 36, 104, 117, 13, 254, 186, 47, 181, 208, 218, 61}));
+  EXPECT_EQ(Buf(r.end() - 16, r.end()), (Buf{162, 1, 247, 46, 188, 36, 104, 117, 13, 254, 186, 47, 181, 208, 218, 61}));
   EXPECT_EQ(Buf(s.begin(), s.begin() + 16),
             (Buf{20, 83, 15, 86, 179, 200, 122, 156, 235, 101, 72, 23, 22, 21, 159, 2}));
   EXPECT_EQ(Buf(s.end() - 16, s.end()),
@@ -52,14 +51,11 @@ TEST(DecodeBlock, PermuteAndCyclicCodes) {
   const Buf cyclic = code(0x10004, true, kCryptCyclic, plain);
   EXPECT_NE(cyclic, plain);
   EXPECT_NE(cyclic, code(0x10008, true, kCryptCyclic, plain)) << "the key must change the result";
-  EXPECT_EQ(code(0x10004, true, kCryptCyclic, cyclic), plain)
-      << "the cyclic code is its own inverse";
-  EXPECT_EQ(code(0xABCD00010004ull, true, kCryptCyclic, plain), cyclic)
-      << "only the low 32 bits are the key";
+  EXPECT_EQ(code(0x10004, true, kCryptCyclic, cyclic), plain) << "the cyclic code is its own inverse";
+  EXPECT_EQ(code(0xABCD00010004ull, true, kCryptCyclic, plain), cyclic) << "only the low 32 bits are the key";
   // key 0x00030001: w = 0x0001 ^ 0x0003 = 2; b = I[S[R[(b + 2) & 255]]] - 2.
   const Buf r = Table(0), s = Table(1), i = Table(2);
-  EXPECT_EQ(code(0x00030001, true, kCryptCyclic, {0x41})[0],
-            static_cast<std::uint8_t>(i[s[r[0x43]]] - 2));
+  EXPECT_EQ(code(0x00030001, true, kCryptCyclic, {0x41})[0], static_cast<std::uint8_t>(i[s[r[0x43]]] - 2));
 
   Buf data = {1, 2, 3};
   EXPECT_EQ(DecodeBlock(nullptr, 3, 1, true, kCryptPermute), -1);
@@ -85,15 +81,13 @@ TEST(BlockCodec, RealBlocksDecodeAndInflateToHeaps) {
 
 TEST(InflateBuffer, LongBrokenAndBoundedStreams) {
   Buf plain(100000);
-  for (std::size_t i = 0; i < plain.size(); ++i)
-    plain[i] = static_cast<std::uint8_t>((i * 131) >> 3);
+  for (std::size_t i = 0; i < plain.size(); ++i) plain[i] = static_cast<std::uint8_t>((i * 131) >> 3);
   const Buf packed = test::Deflated(plain);
   EXPECT_EQ(InflateBuffer(packed), plain) << "a long stream crosses input and output pieces";
 
   const Buf half = InflateBuffer(Buf(packed.begin(), packed.begin() + packed.size() / 2));
   EXPECT_LT(half.size(), plain.size());
-  EXPECT_TRUE(std::equal(half.begin(), half.end(), plain.begin()))
-      << "a cut stream gives a prefix, not garbage";
+  EXPECT_TRUE(std::equal(half.begin(), half.end(), plain.begin())) << "a cut stream gives a prefix, not garbage";
   EXPECT_TRUE(InflateBuffer(Buf{0x78, 0x9C, 0xFF, 0xFF, 0xFF}).empty());
   EXPECT_TRUE(InflateBuffer({}).empty());
 

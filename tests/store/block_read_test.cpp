@@ -176,8 +176,7 @@ TEST(ReadDataTree, HostileTreesEnd) {
   EXPECT_EQ(Tree(*r, 0x10A).size(), 1000u * 0x1000) << "a repeated index block is expanded once";
   EXPECT_EQ(Tree(*r, 0x106, 5000).size(), 5000u) << "the sink's limit holds";
   EXPECT_EQ(Tree(*r, 0x10E), Join({Buf(10, 'a'), Buf(10, 'b')}));
-  EXPECT_EQ(Tree(*r, 0x112), Join({Buf(10, 'a'), index}))
-      << "a compressed index block is followed by its own bytes";
+  EXPECT_EQ(Tree(*r, 0x112), Join({Buf(10, 'a'), index})) << "a compressed index block is followed by its own bytes";
 }
 
 TEST(Subnodes, LeafAndIntermediateRowsInBothForms) {

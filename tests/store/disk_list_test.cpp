@@ -34,8 +34,7 @@ TEST(DiskList, ShortListsLiveInTheBufferAndEndForGood) {
 TEST(DiskList, TheRecordAfterAFullBufferFlushesIt) {
   DiskList list("SONListFO", 8);
   for (std::uint64_t i = 0; i < 8192; ++i) list.AppendU64(i);
-  EXPECT_EQ(std::filesystem::file_size(list.Path()), 0u)
-      << "8192 records of 8 bytes fill the buffer exactly";
+  EXPECT_EQ(std::filesystem::file_size(list.Path()), 0u) << "8192 records of 8 bytes fill the buffer exactly";
   list.AppendU64(8192);
   EXPECT_EQ(std::filesystem::file_size(list.Path()), 0x10000u);
   const std::vector<std::uint64_t> all = Column(list);
@@ -51,15 +50,13 @@ TEST(DiskList, ManyChunksAndOddRecordSizes) {
     const std::uint32_t n = 200000;
     std::vector<std::uint8_t> record(size);
     for (std::uint32_t i = 0; i < n; ++i) {
-      for (std::uint16_t b = 0; b < size; ++b)
-        record[b] = static_cast<std::uint8_t>(i >> (8 * (b % 4)));
+      for (std::uint16_t b = 0; b < size; ++b) record[b] = static_cast<std::uint8_t>(i >> (8 * (b % 4)));
       list.Append(record.data());
     }
     list.Rewind();
     std::uint32_t read = 0;
     bool inOrder = true;
-    while (list.Next(record.data()))
-      inOrder = inOrder && record[0] == static_cast<std::uint8_t>(read++);
+    while (list.Next(record.data())) inOrder = inOrder && record[0] == static_cast<std::uint8_t>(read++);
     EXPECT_EQ(read, n);
     EXPECT_TRUE(inOrder);
     EXPECT_EQ(list.RecordCount(), n);

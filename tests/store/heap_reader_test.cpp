@@ -25,8 +25,7 @@ constexpr std::uint16_t kUnicode = 0x001F;
 constexpr std::uint16_t kLong = 0x0003;
 constexpr std::uint16_t kBinary = 0x0102;
 
-PropertyBag Read(StoreReader& r, const Buf& block, bool headersOnly = false,
-                 const SubnodeLists& subnodes = {}) {
+PropertyBag Read(StoreReader& r, const Buf& block, bool headersOnly = false, const SubnodeLists& subnodes = {}) {
   PropertyBag bag;
   r.ReadPropertyBag(block, &bag, nullptr, nullptr, subnodes, headersOnly, false);
   return bag;
@@ -34,8 +33,7 @@ PropertyBag Read(StoreReader& r, const Buf& block, bool headersOnly = false,
 
 std::string Text(const PropertyValue* v) {
   std::string out;
-  for (std::uint32_t i = 0; v != nullptr && i + 1 < v->size; i += 2)
-    out += static_cast<char>(v->data[i]);
+  for (std::uint32_t i = 0; v != nullptr && i + 1 < v->size; i += 2) out += static_cast<char>(v->data[i]);
   return out;
 }
 
@@ -54,8 +52,7 @@ TEST(HeapMap, OffsetsThatGoDownGiveEmptyAllocations) {
 TEST(PropertyList, WrongHeadersGiveNothingAndTypesDecideWhereValuesAre) {
   StoreReader r;
   const std::vector<Buf> one = {Record(0x3001, kUnicode, 2 << 5)};
-  EXPECT_TRUE(Read(r, PropertyList({Wide("x")}, one, 4)).empty())
-      << "key size 4 is not a property list";
+  EXPECT_TRUE(Read(r, PropertyList({Wide("x")}, one, 4)).empty()) << "key size 4 is not a property list";
   EXPECT_TRUE(Read(r, PropertyList({Wide("x")}, one, 2, 8)).empty()) << "nor is value size 8";
   Buf block = PropertyList({Wide("x")}, one);
   block[2] = 0xEB;
@@ -67,9 +64,9 @@ TEST(PropertyList, WrongHeadersGiveNothingAndTypesDecideWhereValuesAre) {
 
   EXPECT_TRUE(Read(r, PropertyList({}, {Record(0x0E08, kLong, 0x1234F)})).empty())
       << "a list needs at least three allocations";
-  const PropertyBag bag = Read(r, PropertyList({Wide("Inbox")}, {Record(0x0E08, kLong, 0x1234F),
-                                                                 Record(0x3001, kUnicode, 2 << 5),
-                                                                 Record(0x3603, kUnicode, 0)}));
+  const PropertyBag bag = Read(
+      r, PropertyList({Wide("Inbox")},
+                      {Record(0x0E08, kLong, 0x1234F), Record(0x3001, kUnicode, 2 << 5), Record(0x3603, kUnicode, 0)}));
   ASSERT_EQ(bag.size(), 2u) << "a zero heap id gives no value";
   EXPECT_EQ(bag.Values()[0].propId, 0x0E08) << "file order is kept";
   EXPECT_EQ(ReadU32(bag.Find(0x0E08)->data, 0), 0x1234Fu);
@@ -85,11 +82,9 @@ TEST(PropertyList, LargeSubnodeValuesSpillToFilesOwnedByTheBag) {
   auto r = s.Open(dir.Dir().string());
   r->UpdateCryptMethod(0);
   const SubnodeLists subnodes = {{0x8F, 0x40, 0}, {0xAF, 0x44, 0}, {0x7F, 0x40, 0}};
-  auto filesLeft = [&] {
-    return std::distance(std::filesystem::directory_iterator(dir.Dir()), {});
-  };
-  const Buf list = PropertyList({Wide("x")}, {Record(0x1000, kUnicode, 0x8F), Record(0x1013, kBinary, 0xAF),
-                                               Record(0x3701, kBinary, 0x8F)});
+  auto filesLeft = [&] { return std::distance(std::filesystem::directory_iterator(dir.Dir()), {}); };
+  const Buf list = PropertyList(
+      {Wide("x")}, {Record(0x1000, kUnicode, 0x8F), Record(0x1013, kBinary, 0xAF), Record(0x3701, kBinary, 0x8F)});
   {
     // Under the reader's limit the value stays in memory.
     const PropertyBag bag = Read(*r, list, false, subnodes);
@@ -119,9 +114,7 @@ TEST(PropertyList, LargeSubnodeValuesSpillToFilesOwnedByTheBag) {
 
   // Reading headers only skips subnode values but the transport headers.
   const PropertyBag headers = Read(
-      *r,
-      PropertyList({Wide("x")}, {Record(0x1000, kUnicode, 0x8F), Record(0x007D, kUnicode, 0x7F)}),
-      true, subnodes);
+      *r, PropertyList({Wide("x")}, {Record(0x1000, kUnicode, 0x8F), Record(0x007D, kUnicode, 0x7F)}), true, subnodes);
   EXPECT_EQ(headers.Find(0x1000), nullptr);
   ASSERT_NE(headers.Find(0x007D), nullptr);
   EXPECT_EQ(headers.Find(0x007D)->size, body.size());
@@ -140,8 +133,7 @@ TEST(ResolveHeapId, RulesOfTheMap) {
   EXPECT_FALSE(r.ResolveHeapId(block, map, 0x1F, s, e, nullptr)) << "index 0";
   EXPECT_FALSE(r.ResolveHeapId(block, map, 2 << 5, s, e, nullptr)) << "empty allocation";
   EXPECT_EQ(s, 0u);
-  EXPECT_TRUE(r.ResolveHeapId(block, map, 40 << 5, s, e, nullptr))
-      << "beyond the block: nothing, not a failure";
+  EXPECT_TRUE(r.ResolveHeapId(block, map, 40 << 5, s, e, nullptr)) << "beyond the block: nothing, not a failure";
   EXPECT_EQ(s, 0u);
   EXPECT_TRUE(r.ResolveHeapId(block, map, (1 << 16) | one, s, e, nullptr)) << "segment 1 unknown";
   EXPECT_EQ(s, 0u);
@@ -165,8 +157,7 @@ TEST(ResolveHeapId, SegmentBitsOfBothLayouts) {
 
   HeapBuilder many(0xBC);
   std::uint32_t id = 0;
-  for (int i = 0; i < 2100; ++i)
-    id = many.Add({static_cast<std::uint8_t>(i), static_cast<std::uint8_t>(i >> 8)});
+  for (int i = 0; i < 2100; ++i) id = many.Add({static_cast<std::uint8_t>(i), static_cast<std::uint8_t>(i >> 8)});
   const Buf block = many.Build();
   ASSERT_EQ(id, 2100u << 5);  // bit 16 set: an index above 2047
   ASSERT_TRUE(r.ResolveHeapId(block, ReadU16(block, 0), id, s, e, nullptr));
@@ -225,17 +216,14 @@ TEST(Table, RowsColumnsAndTheThirdAllocationFallback) {
 }
 
 TEST(NameMap, EntriesNeedAGuidFromTheStreamAndANumericNameAbove0x8000) {
-  const Buf guid = {0x08, 0x20, 0x06, 0x00, 0x00, 0x00, 0x00, 0x00,
-                    0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46};
-  const Buf other = {0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x07, 0x08,
-                     0x09, 0x0A, 0x0B, 0x0C, 0x0D, 0x0E, 0x0F, 0x10};
+  const Buf guid = {0x08, 0x20, 0x06, 0x00, 0x00, 0x00, 0x00, 0x00, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46};
+  const Buf other = {0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x07, 0x08, 0x09, 0x0A, 0x0B, 0x0C, 0x0D, 0x0E, 0x0F, 0x10};
   // Kind: bit 0 string name, bits 1 and up the set: 1 and 2 are built in, 3 and up the stream.
-  const Buf entries =
-      Cat({LE(0x8501, 4), LE(3 << 1, 2), LE(0, 2),    // first GUID, id 0x8000
-           LE(0x8233, 4), LE(4 << 1, 2), LE(5, 2),    // second GUID, id 0x8005
-           LE(0x8100, 4), LE(2 << 1, 2), LE(1, 2),    // a built-in set: dropped
-           LE(0x0001, 4), LE(3 << 1, 2), LE(2, 2),    // numeric name too small: dropped
-           LE(0x8001, 4), LE(9 << 1, 2), LE(3, 2)});  // no such GUID: dropped
+  const Buf entries = Cat({LE(0x8501, 4), LE(3 << 1, 2), LE(0, 2),    // first GUID, id 0x8000
+                           LE(0x8233, 4), LE(4 << 1, 2), LE(5, 2),    // second GUID, id 0x8005
+                           LE(0x8100, 4), LE(2 << 1, 2), LE(1, 2),    // a built-in set: dropped
+                           LE(0x0001, 4), LE(3 << 1, 2), LE(2, 2),    // numeric name too small: dropped
+                           LE(0x8001, 4), LE(9 << 1, 2), LE(3, 2)});  // no such GUID: dropped
   test::BlockStore s;
   s.Add(0x40, PropertyList({Cat({guid, other}), entries},
                            {Record(0x0002, kBinary, 2 << 5), Record(0x0003, kBinary, 3 << 5)}));

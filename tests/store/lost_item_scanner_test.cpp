@@ -14,7 +14,6 @@
 #include "store/store_reader.h"
 #include "tests/support/store_builder.h"
 #include "tests/support/test_data.h"
-#include "tests/support/store_builder.h"
 
 namespace marrow {
 namespace {
@@ -99,10 +98,8 @@ TEST(Scanner, RealStoresGiveEveryIndexedBlockAndNodeRowAndFindThemAgain) {
       ++blocks;
       if (found(e)) return;
       ++missing;
-      const std::uint64_t trailerUnit =
-          e.fileOffset + (e.size + trailerBytes + unit - 1) / unit * unit - unit;
-      const bool shortCount =
-          large && (e.size + 16 + unit - 1) / unit != (e.size + 24 + unit - 1) / unit;
+      const std::uint64_t trailerUnit = e.fileOffset + (e.size + trailerBytes + unit - 1) / unit * unit - unit;
+      const bool shortCount = large && (e.size + 16 + unit - 1) / unit != (e.size + 24 + unit - 1) / unit;
       // The pages that test the unit: its own and, in the large form, the seven
       // before it within the same 64 KiB chunk.
       bool reachable = false;
@@ -115,8 +112,7 @@ TEST(Scanner, RealStoresGiveEveryIndexedBlockAndNodeRowAndFindThemAgain) {
       explained += shortCount || !reachable;
     });
     EXPECT_GT(blocks, 20u);
-    EXPECT_EQ(missing, explained) << missing << " of " << blocks
-                                  << " indexed blocks not in the scan";
+    EXPECT_EQ(missing, explained) << missing << " of " << blocks << " indexed blocks not in the scan";
 
     std::set<std::uint64_t> scanned;
     for (std::uint64_t id : Column(scan.folders, &ScannedNodeRow::nodeId)) scanned.insert(id);
@@ -125,8 +121,7 @@ TEST(Scanner, RealStoresGiveEveryIndexedBlockAndNodeRowAndFindThemAgain) {
     VisitedSet pages;
     reader->ForEachNodeEntry(reader->NodeRoot(), pages, [&](const NodeEntry& e) {
       const std::uint32_t kind = e.nodeId & kNodeTypeMask;
-      if (kind == kNodeTypeFolder || kind == kNodeTypeMessage)
-        absent += scanned.count(e.nodeId) == 0;
+      if (kind == kNodeTypeFolder || kind == kNodeTypeMessage) absent += scanned.count(e.nodeId) == 0;
     });
     EXPECT_EQ(absent, 0u) << "indexed folder and message rows the scan missed";
 
@@ -142,8 +137,7 @@ TEST(Scanner, RealStoresGiveEveryIndexedBlockAndNodeRowAndFindThemAgain) {
       const auto want = rows.find(id);
       ASSERT_EQ(scan.ScanFindBlock(id, offset, size), want != rows.end()) << id;
       if (want != rows.end()) {
-        ASSERT_EQ(std::make_pair(offset, size),
-                  std::make_pair(want->second.first[0], want->second.second[0]));
+        ASSERT_EQ(std::make_pair(offset, size), std::make_pair(want->second.first[0], want->second.second[0]));
       }
     }
     ScanBlockIndex shortRuns(97, 5);
@@ -155,10 +149,8 @@ TEST(Scanner, RealStoresGiveEveryIndexedBlockAndNodeRowAndFindThemAgain) {
 TEST(Scanner, NodeRowsBehindTheCountAndRepeats) {
   StoreBuilder b(Form::Unicode512, 0x8000);
   // Four rows written, count set to 1: rows 2 to 4 are deleted but still there.
-  b.NodeLeaf(
-      0x4000,
-      {{0x22, 0x40, 0, 0x122}, {0x44, 0x48, 0, 0x22}, {0x44, 0x48, 0, 0x22}, {0x64, 0x4C, 0, 0x22}},
-      test::Trailer{.count = 1});
+  b.NodeLeaf(0x4000, {{0x22, 0x40, 0, 0x122}, {0x44, 0x48, 0, 0x22}, {0x44, 0x48, 0, 0x22}, {0x64, 0x4C, 0, 0x22}},
+             test::Trailer{.count = 1});
   b.NodeLeaf(0x4200, {{0x64, 0x4C, 0, 0x22}});
   StoreReader reader;
   reader.OpenSource(b.Source());
@@ -172,8 +164,7 @@ TEST(Scanner, NodeRowsBehindTheCountAndRepeats) {
 
 TEST(Scanner, BlockLeafRowsOfADeepWalkIncludeThoseBehindTheCount) {
   StoreBuilder b(Form::Unicode512, 0x8000);
-  b.BlockLeaf(0x4000, {{0x104, 0x5000, 100}, {0x108, 0x5200, 200}, {0x10C, 0x5400, 300}},
-              test::Trailer{.count = 1});
+  b.BlockLeaf(0x4000, {{0x104, 0x5000, 100}, {0x108, 0x5200, 200}, {0x10C, 0x5400, 300}}, test::Trailer{.count = 1});
   b.Branch(0x4200, false, 1, {{0x104, 0x4000}});
   StoreReader reader;
   reader.OpenSource(b.Source());
@@ -200,8 +191,7 @@ TEST(Scanner, BlockTrailersBySignatureOrChecksum) {
 
   StoreBuilder b(Form::Unicode512, 0x10000);
   // The trailer is the last 16 bytes of a block's units: size, check word, checksum, id.
-  auto put = [&](std::uint64_t at, std::uint64_t id, std::size_t size, bool goodSignature,
-                 bool goodChecksum) {
+  auto put = [&](std::uint64_t at, std::uint64_t id, std::size_t size, bool goodSignature, bool goodChecksum) {
     const std::uint64_t end = b.Block(at, id, std::vector<std::uint8_t>(size, 'a'));
     if (!goodSignature) b.Put(end - 14, {static_cast<std::uint8_t>(b.Bytes()[end - 14] ^ 1)});
     if (!goodChecksum) b.Put(end - 12, {static_cast<std::uint8_t>(b.Bytes()[end - 12] ^ 1)});

@@ -55,13 +55,10 @@ Hit Block(StoreReader& r, std::uint64_t id) {
 
 class EveryForm : public ::testing::TestWithParam<Form> {
  protected:
-  std::uint64_t Page(int n) const {
-    return 0x4000 + n * (GetParam() == Form::Unicode4096 ? 0x1000 : 0x200);
-  }
+  std::uint64_t Page(int n) const { return 0x4000 + n * (GetParam() == Form::Unicode4096 ? 0x1000 : 0x200); }
 };
 
-INSTANTIATE_TEST_SUITE_P(Forms, EveryForm,
-                         ::testing::Values(Form::Ansi512, Form::Unicode512, Form::Unicode4096),
+INSTANTIATE_TEST_SUITE_P(Forms, EveryForm, ::testing::Values(Form::Ansi512, Form::Unicode512, Form::Unicode4096),
                          ::testing::PrintToStringParamName());
 
 TEST_P(EveryForm, FindBlockDescendsOnePathOnly) {
@@ -88,10 +85,7 @@ TEST_P(EveryForm, CyclesInEitherIndexEnd) {
   // Node index: a page pointing at itself and at a second page that points back.
   b.Branch(Page(0), true, 1, {{0x0, Page(0)}, {0x100, Page(1)}});
   b.Branch(Page(1), true, 1, {{0x100, Page(0)}, {0x200, Page(2)}});
-  b.NodeLeaf(Page(2), {{0x222, 0x40, 0, 0x122},
-                       {0x224, 0x44, 0, 0x222},
-                       {0x261, 0x4C, 0, 0},
-                       {0x261, 0x4E, 0x4F, 0}});
+  b.NodeLeaf(Page(2), {{0x222, 0x40, 0, 0x122}, {0x224, 0x44, 0, 0x222}, {0x261, 0x4C, 0, 0}, {0x261, 0x4E, 0x4F, 0}});
   // Block index: two branch pages pointing at each other.
   b.Branch(Page(3), false, 1, {{0x0, Page(4)}});
   b.Branch(Page(4), false, 1, {{0x0, Page(3)}});
@@ -112,8 +106,7 @@ TEST_P(EveryForm, BrokenPagesDropAllTheirRows) {
   const bool ansi = GetParam() == Form::Ansi512;
   const int leafMax = ansi ? 31 : GetParam() == Form::Unicode512 ? 15 : 126;
   StoreBuilder b(GetParam());
-  b.Branch(Page(0), true, 1,
-           {{0, Page(1)}, {0x100, Page(2)}, {0x200, Page(3)}, {0x300, Page(4)}, {0x400, Page(5)}});
+  b.Branch(Page(0), true, 1, {{0, Page(1)}, {0x100, Page(2)}, {0x200, Page(3)}, {0x300, Page(4)}, {0x400, Page(5)}});
   b.NodeLeaf(Page(1), {{0x22, 1, 0, 0}}, Trailer{.max = leafMax - 1});
   b.NodeLeaf(Page(2), {{0x102, 1, 0, 0}}, Trailer{.count = leafMax + 1});
   b.NodeLeaf(Page(3), {{0x202, 1, 0, 0}}, Trailer{.type = 0x80});  // a block page in the node index
@@ -167,8 +160,7 @@ TEST(CheckPage, FullLeavesInTheSmallAndLargeForms) {
   r = Open(large);
   EXPECT_EQ(FolderIds(*r).size(), 126u);
   const PageFields& last = r->LastLargePage();
-  EXPECT_EQ(std::make_tuple(last.count, last.max, last.size, last.level),
-            std::make_tuple(126, 126, 32, 0));
+  EXPECT_EQ(std::make_tuple(last.count, last.max, last.size, last.level), std::make_tuple(126, 126, 32, 0));
 }
 
 TEST(CheckPage, RealIndexPagesPassOnlyInTheirOwnForm) {
@@ -203,8 +195,7 @@ TEST(Walks, StopWhenCancelled) {
   std::vector<BranchRow> children;
   for (std::uint32_t i = 0; i < 10; ++i) {
     children.push_back({i * 0x100, 0x4200u + 0x200u * i});
-    b.NodeLeaf(0x4200 + 0x200 * i,
-               {{0x22 + 0x100 * i, 0x40, 0, 0x122}, {0x24 + 0x100 * i, 0x40, 0, 0x122}});
+    b.NodeLeaf(0x4200 + 0x200 * i, {{0x22 + 0x100 * i, 0x40, 0, 0x122}, {0x24 + 0x100 * i, 0x40, 0, 0x122}});
   }
   b.Branch(0x4000, true, 1, children);
   b.Roots(0x4000, 0x8000);

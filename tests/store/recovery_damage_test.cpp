@@ -67,8 +67,7 @@ Result RecoverCopy(const test::TempFolder& dir, const Buf& bytes, const std::str
     if (r.tree.Find(folder.treeItem) == nullptr) continue;
     ++out.folders;
     out.lostFolders += folder.isLost;
-    out.orphanFolders +=
-        folder.name == "Orphan Folder(s)" || folder.name.rfind("Orphan Folder_", 0) == 0;
+    out.orphanFolders += folder.name == "Orphan Folder(s)" || folder.name.rfind("Orphan Folder_", 0) == 0;
     out.parentOf[folder.nodeId] = folder.parentId;
     std::size_t& count = out.messagesOf[folder.nodeId];
     ForEachFolderItem(*r.reader, r.state, folder.nodeId, 1, [&](const FolderItem& item) {
@@ -105,9 +104,8 @@ struct IndexMap {
     return nullptr;
   }
   std::size_t MessageRows() const {
-    return std::count_if(rows.begin(), rows.end(), [](const LeafRow& row) {
-      return (row.entry.nodeId & kNodeTypeMask) == kNodeTypeMessage;
-    });
+    return std::count_if(rows.begin(), rows.end(),
+                         [](const LeafRow& row) { return (row.entry.nodeId & kNodeTypeMask) == kNodeTypeMessage; });
   }
 };
 
@@ -124,15 +122,13 @@ void WalkIndex(const Buf& bytes, const IndexMap& map, std::uint64_t root, std::u
     const PageFields f = ReadPageFields(page, layout);
     if (f.type != type || f.size == 0) continue;
     pages.push_back(offset);
-    const unsigned count =
-        std::min<unsigned>(f.count, static_cast<unsigned>(layout.rowLimit / f.size));
+    const unsigned count = std::min<unsigned>(f.count, static_cast<unsigned>(layout.rowLimit / f.size));
     for (unsigned i = 0; i < count; ++i) {
       const Bytes row = RowAt(page, i, f.size);
       if (f.level > 0) {
         pending.push_back(ReadBranchEntry(row, map.isAnsi).childOffset);
       } else if (rows != nullptr) {
-        rows->push_back(
-            {offset, offset + std::uint64_t{i} * f.size, ReadNodeEntry(row, map.isAnsi)});
+        rows->push_back({offset, offset + std::uint64_t{i} * f.size, ReadNodeEntry(row, map.isAnsi)});
       }
     }
   }
@@ -212,9 +208,8 @@ std::vector<Case> LoadCases() {
       cases.back().loopB = std::stoul(damage.substr(12), nullptr, 16);
       damage = "loop";
     }
-    cases.back().damage[damage] = {std::stoi(f[2]), std::stoul(f[3]), std::stoul(f[4]),
-                                   std::stoul(f[5]), std::stoul(f[6]), std::stoul(f[7]),
-                                   names(f[8]), names(f[9])};
+    cases.back().damage[damage] = {std::stoi(f[2]),  std::stoul(f[3]), std::stoul(f[4]), std::stoul(f[5]),
+                                   std::stoul(f[6]), std::stoul(f[7]), names(f[8]),      names(f[9])};
   }
   return cases;
 }
@@ -247,15 +242,13 @@ class DamagedCopies : public ::testing::TestWithParam<Case> {
   }
 
   // Recovers the damaged copy and holds it against `want` and against the healthy file.
-  Result Check(const Buf& damaged, const std::string& variant, const Expected& want,
-               bool related = true) {
+  Result Check(const Buf& damaged, const std::string& variant, const Expected& want, bool related = true) {
     SCOPED_TRACE(variant);
     const Result got = RecoverCopy(dir_, damaged, variant);
     ExpectFigures(got, want);
     if (!related) return got;
     for (std::uint64_t block : got.messageBlocks) {
-      EXPECT_TRUE(healthy_.messageBlocks.count(block))
-          << "listed message with data block " << block;
+      EXPECT_TRUE(healthy_.messageBlocks.count(block)) << "listed message with data block " << block;
     }
     EXPECT_LE(got.Messages(), healthy_.Messages());
     // The scan reads every intact leaf, so each of its messages comes back,
@@ -271,21 +264,17 @@ class DamagedCopies : public ::testing::TestWithParam<Case> {
       (whole ? intact : damagedLeaf).insert(row.entry.dataBlock);
     }
     for (std::uint64_t block : intact) {
-      EXPECT_TRUE(got.messageBlocks.count(block))
-          << "message on an intact leaf lost, data block " << block;
+      EXPECT_TRUE(got.messageBlocks.count(block)) << "message on an intact leaf lost, data block " << block;
     }
     for (std::uint64_t block : healthy_.messageBlocks) {
-      EXPECT_TRUE(got.messageBlocks.count(block) || damagedLeaf.count(block) ||
-                  healthy_.lostBlocks.count(block))
+      EXPECT_TRUE(got.messageBlocks.count(block) || damagedLeaf.count(block) || healthy_.lostBlocks.count(block))
           << "message lost, data block " << block;
     }
     return got;
   }
 
   // Message rows the damaged copy's node index still reaches from its root.
-  std::size_t ReachableMessageRows(const Buf& damaged) const {
-    return MapIndexes(damaged, &map_).MessageRows();
-  }
+  std::size_t ReachableMessageRows(const Buf& damaged) const { return MapIndexes(damaged, &map_).MessageRows(); }
 
   test::TempFolder dir_{"damage"};
   Buf bytes_;
@@ -337,19 +326,19 @@ TEST_P(DamagedCopies, WipedCutOrZeroedPagesLoseOnlyWhatTheyHeld) {
   const Buf cut(bytes_.begin(), bytes_.begin() + static_cast<std::ptrdiff_t>(half));
 
   Buf seventh = bytes_;
-  for (std::uint64_t at = 3 * map_.pageSize; at + map_.pageSize <= seventh.size();
-       at += 7 * map_.pageSize) {
+  for (std::uint64_t at = 3 * map_.pageSize; at + map_.pageSize <= seventh.size(); at += 7 * map_.pageSize) {
     ZeroPage(seventh, at, map_.pageSize);
   }
   const struct {
     const char* variant;
     const Buf& damaged;
     const Expected& want;
-  } runs[] = {{"random", random, c.damage.at("random")}, {"cut", cut, c.damage.at("cut")}, {"seventh", seventh, c.damage.at("seventh")}};
+  } runs[] = {{"random", random, c.damage.at("random")},
+              {"cut", cut, c.damage.at("cut")},
+              {"seventh", seventh, c.damage.at("seventh")}};
   for (const auto& run : runs) {
     SCOPED_TRACE(run.variant);
-    EXPECT_EQ(Check(run.damaged, run.variant, run.want).indexMessages,
-              ReachableMessageRows(run.damaged));
+    EXPECT_EQ(Check(run.damaged, run.variant, run.want).indexMessages, ReachableMessageRows(run.damaged));
   }
 }
 
@@ -373,13 +362,11 @@ TEST_P(DamagedCopies, ParentLoopKeepsItsRowsOutOfTheTree) {
   std::set<std::uint64_t> cut{c.loopA, c.loopB};
   for (bool grew = true; grew;) {
     grew = false;
-    for (const auto& [id, parent] : healthy_.parentOf)
-      grew = (cut.count(parent) && cut.insert(id).second) || grew;
+    for (const auto& [id, parent] : healthy_.parentOf) grew = (cut.count(parent) && cut.insert(id).second) || grew;
   }
   std::size_t hidden = 0;
   for (std::uint64_t id : cut) {
-    if (auto at = healthy_.messagesOf.find(id); at != healthy_.messagesOf.end())
-      hidden += at->second;
+    if (auto at = healthy_.messagesOf.find(id); at != healthy_.messagesOf.end()) hidden += at->second;
   }
   EXPECT_EQ(got.Messages(), healthy_.Messages() - hidden);
   EXPECT_EQ(got.folders, healthy_.folders - cut.size());

@@ -27,8 +27,7 @@ using OraclePaths = std::map<std::string, std::map<std::string, std::set<std::ui
 
 // The folders that are not lost are pffexport's, under the same parents
 // where a path names one folder. Returns how many parents were compared.
-std::size_t CheckFolders(const test::Recovered& r,
-                         std::map<std::string, std::set<std::uint64_t>>& paths) {
+std::size_t CheckFolders(const test::Recovered& r, std::map<std::string, std::set<std::uint64_t>>& paths) {
   std::set<std::uint64_t> expected;
   std::map<std::uint64_t, std::uint64_t> parentOf;
   for (const auto& [path, ids] : paths) {
@@ -124,8 +123,8 @@ std::size_t CheckScan(const std::string& store, const test::Recovered& r, StoreR
       if (row.nodeId != item.nodeId) continue;
       found = true;
       PropertyBag bag;
-      sameSubject = sameSubject || (r.reader->ReadBagFromBlock(row.dataBlock, bag, {}) &&
-                                    GetString(bag, 0x37, true) == item.name);
+      sameSubject = sameSubject ||
+                    (r.reader->ReadBagFromBlock(row.dataBlock, bag, {}) && GetString(bag, 0x37, true) == item.name);
     }
     EXPECT_TRUE(found) << "0x" << std::hex << item.nodeId;
     EXPECT_TRUE(sameSubject) << "0x" << std::hex << item.nodeId << " " << item.name;
@@ -137,8 +136,7 @@ std::size_t CheckScan(const std::string& store, const test::Recovered& r, StoreR
     std::uint64_t offset = 0, size = 0;
     if (fresh.FindBlock(fresh.BlockRoot(), row.dataBlock, offset, size, a)) {
       ++moved;
-    } else if (row.subnodeBlock != 0 &&
-               fresh.FindBlock(fresh.BlockRoot(), row.subnodeBlock, offset, size, b)) {
+    } else if (row.subnodeBlock != 0 && fresh.FindBlock(fresh.BlockRoot(), row.subnodeBlock, offset, size, b)) {
       ++sharedSubnode;
     }
   }
@@ -182,8 +180,7 @@ void CheckItemLists(const test::Recovered& r, StoreReader& fresh) {
         listed.push_back({item.nodeId, item.dataBlock});
       } else {
         ++lost;
-        EXPECT_TRUE(blocks.insert(item.dataBlock).second)
-            << "data block 0x" << std::hex << item.dataBlock;
+        EXPECT_TRUE(blocks.insert(item.dataBlock).second) << "data block 0x" << std::hex << item.dataBlock;
       }
     });
     EXPECT_EQ(listed, index);

@@ -9,8 +9,8 @@
 #include "store/recovery.h"
 #include "store/start_scan.h"
 #include "tests/support/heap_builder.h"
-#include "tests/support/test_data.h"
 #include "tests/support/store_builder.h"
+#include "tests/support/test_data.h"
 
 namespace marrow {
 namespace {
@@ -43,38 +43,29 @@ class Synthetic {
 
   std::uint64_t Page(unsigned n) const { return std::uint64_t{n} * b_.PageSize(); }
 
-  std::uint64_t Folder(const std::string& name, std::uint32_t count = 0,
-                       const std::string& cls = "IPF.Note", bool indexed = true) {
+  std::uint64_t Folder(const std::string& name, std::uint32_t count = 0, const std::string& cls = "IPF.Note",
+                       bool indexed = true) {
     std::vector<std::pair<std::uint16_t, std::string>> texts;
     if (!name.empty()) texts.emplace_back(0x3001, name);
     if (!cls.empty()) texts.emplace_back(0x3613, cls);
     return AddBlock(PropertyList(texts, {{0x3602, count}}), indexed);
   }
-  std::uint64_t Message(bool indexed = true) {
-    return AddBlock(PropertyList({{0x0037, "A subject"}}, {}), indexed);
-  }
+  std::uint64_t Message(bool indexed = true) { return AddBlock(PropertyList({{0x0037, "A subject"}}, {}), indexed); }
   std::uint64_t NotAHeap() { return AddBlock(Buf(40, 0x5A), false); }
 
-  void IndexRow(std::uint32_t id, std::uint64_t data, std::uint32_t parent) {
-    live_.push_back({id, data, 0, parent});
-  }
-  void StrayRow(std::uint32_t id, std::uint64_t data, std::uint32_t parent) {
-    stray_.push_back({id, data, 0, parent});
-  }
+  void IndexRow(std::uint32_t id, std::uint64_t data, std::uint32_t parent) { live_.push_back({id, data, 0, parent}); }
+  void StrayRow(std::uint32_t id, std::uint64_t data, std::uint32_t parent) { stray_.push_back({id, data, 0, parent}); }
 
   Buf Bytes() {
-    std::sort(live_.begin(), live_.end(),
-              [](const NodeRow& a, const NodeRow& b) { return a.nodeId < b.nodeId; });
-    std::sort(blocks_.begin(), blocks_.end(), [](const test::BlockRow& a, const test::BlockRow& b) {
-      return a.blockId < b.blockId;
-    });
+    std::sort(live_.begin(), live_.end(), [](const NodeRow& a, const NodeRow& b) { return a.nodeId < b.nodeId; });
+    std::sort(blocks_.begin(), blocks_.end(),
+              [](const test::BlockRow& a, const test::BlockRow& b) { return a.blockId < b.blockId; });
     b_.NodeLeaf(Page(4), live_);
     b_.BlockLeaf(Page(5), blocks_);
     // Stray rows sit on leaves no branch points at, eight to a page.
     for (std::size_t i = 0; i < stray_.size(); i += 8) {
       b_.NodeLeaf(Page(6 + static_cast<unsigned>(i / 8)),
-                  std::vector<NodeRow>(stray_.begin() + i,
-                                       stray_.begin() + std::min(stray_.size(), i + 8)));
+                  std::vector<NodeRow>(stray_.begin() + i, stray_.begin() + std::min(stray_.size(), i + 8)));
     }
     b_.Roots(Page(4), Page(5));
     b_.CryptByte(0);
@@ -112,19 +103,15 @@ struct Result : test::Recovered {
     return out;
   }
   const FolderRecord& At(const std::string& path) const { return *byPath.at(path); }
-  const MemoryTree::Node& Node(const std::string& path) const {
-    return *tree.Find(At(path).treeItem);
-  }
+  const MemoryTree::Node& Node(const std::string& path) const { return *tree.Find(At(path).treeItem); }
   std::size_t Items(const std::string& path, bool lost) {
     std::size_t n = 0;
-    ForEachFolderItem(*reader, state, At(path).nodeId, 1,
-                      [&](const FolderItem& i) { n += i.isLost == lost; });
+    ForEachFolderItem(*reader, state, At(path).nodeId, 1, [&](const FolderItem& i) { n += i.isLost == lost; });
     return n;
   }
 };
 
-Result Recover(const Buf& bytes, bool raw = false, ProgressSink* sink = nullptr,
-               bool retryPass = false) {
+Result Recover(const Buf& bytes, bool raw = false, ProgressSink* sink = nullptr, bool retryPass = false) {
   auto reader = std::make_unique<StoreReader>();
   if (sink != nullptr) reader->SetProgressSink(sink);
   reader->OpenSource(std::make_unique<MemorySource>(bytes));
@@ -160,13 +147,13 @@ Buf SharedStore(Form form) {
   s.StrayRow(0x80E2, s.Folder("Self", 0, "IPF.Note", false), 0x80E2);  // own parent: dropped
   s.StrayRow(0x8102, s.Folder("", 0, "IPF.Note", false), 0x8022);      // no name: dropped
   s.StrayRow(0x200044, s.Message(false), 0x8042);                      // a deleted message of Inbox
-  s.StrayRow(0x200004, inboxMail1, 0x8042);        // an old copy of a live one: not listed twice
-  s.StrayRow(0x200064, s.Message(false), 0x9002);  // two messages of a folder that is gone:
-  s.StrayRow(0x200084, s.Message(false), 0x9002);  //   one orphan folder
-  s.StrayRow(0x2000A4, s.Message(false), 0);       // parent 0: no orphan folder
-  s.StrayRow(0x2000C4, s.NotAHeap(), 0x9022);      // not a heap: no orphan, no gap in numbering
-  s.StrayRow(0x2000E4, s.Message(false), 0x9042);  // a second vanished folder
-  s.StrayRow(0x200104, s.Message(false), 0x80A2);  // a message of the old folder
+  s.StrayRow(0x200004, inboxMail1, 0x8042);                            // an old copy of a live one: not listed twice
+  s.StrayRow(0x200064, s.Message(false), 0x9002);                      // two messages of a folder that is gone:
+  s.StrayRow(0x200084, s.Message(false), 0x9002);                      //   one orphan folder
+  s.StrayRow(0x2000A4, s.Message(false), 0);                           // parent 0: no orphan folder
+  s.StrayRow(0x2000C4, s.NotAHeap(), 0x9022);                          // not a heap: no orphan, no gap in numbering
+  s.StrayRow(0x2000E4, s.Message(false), 0x9042);                      // a second vanished folder
+  s.StrayRow(0x200104, s.Message(false), 0x80A2);                      // a message of the old folder
   return s.Bytes();
 }
 
@@ -188,16 +175,14 @@ class SkippingSink : public ProgressSink {
   void SetButtonText(const std::string& t) override { buttons.push_back(t); }
   void SetSkipMode(bool on) override { skip = on; }
   bool IsCancelled() override {
-    return (pressAtScan && skip) ||
-           (cancelAtScan && !steps.empty() && steps.back() == "Step 2 of 6");
+    return (pressAtScan && skip) || (cancelAtScan && !steps.empty() && steps.back() == "Step 2 of 6");
   }
   bool pressAtScan = false, cancelAtScan = false, skip = false;
   std::vector<std::string> steps, explains, buttons;
 };
 
 class EveryForm : public ::testing::TestWithParam<Form> {};
-INSTANTIATE_TEST_SUITE_P(Forms, EveryForm,
-                         ::testing::Values(Form::Ansi512, Form::Unicode512, Form::Unicode4096),
+INSTANTIATE_TEST_SUITE_P(Forms, EveryForm, ::testing::Values(Form::Ansi512, Form::Unicode512, Form::Unicode4096),
                          ::testing::PrintToStringParamName());
 
 TEST_P(EveryForm, IndexAndScanMergeIntoOneTree) {
@@ -282,11 +267,10 @@ TEST(Recovery, LoopsStayOutOfTheTreeAndTopOfDataFileIsExpandedWithItsAncestors) 
   s.IndexRow(0x8142, s.Folder("Self"), 0x8142);
   const Result r = Recover(s.Bytes());
   const std::string top = "/Outer/Middle/Top of Outlook data file";
-  EXPECT_EQ(r.Shown(), (Texts{"/Elsewhere", "/Elsewhere/Elsewhere child", "/Outer", "/Outer/Middle",
-                              top, top + "/Inner"}));
+  EXPECT_EQ(r.Shown(),
+            (Texts{"/Elsewhere", "/Elsewhere/Elsewhere child", "/Outer", "/Outer/Middle", top, top + "/Inner"}));
   EXPECT_EQ(r.state.folders.size(), 10u) << "the rows of the loop are kept, without tree items";
-  for (const std::string& open : Texts{"/Outer", "/Outer/Middle", top})
-    EXPECT_TRUE(r.Node(open).expanded) << open;
+  for (const std::string& open : Texts{"/Outer", "/Outer/Middle", top}) EXPECT_TRUE(r.Node(open).expanded) << open;
   // A folder is expanded when a child is put under it, so only leaves stay closed.
   EXPECT_FALSE(r.Node(top + "/Inner").expanded);
   EXPECT_FALSE(r.Node("/Elsewhere/Elsewhere child").expanded);
@@ -298,10 +282,8 @@ TEST(Recovery, RepeatedIdsCannotBlowUpTheTree) {
   // items. The fill stops at four items a row (and a little more).
   StoreReader reader;
   RecoveryState state;
-  for (int i = 0; i < 500; ++i)
-    state.folders.push_back({"Top", "IPF.Note", kTopOfFoldersId, 0, 0});
-  for (int i = 0; i < 500; ++i)
-    state.folders.push_back({"Child", "IPF.Note", 0x8042, kTopOfFoldersId, 0});
+  for (int i = 0; i < 500; ++i) state.folders.push_back({"Top", "IPF.Note", kTopOfFoldersId, 0, 0});
+  for (int i = 0; i < 500; ++i) state.folders.push_back({"Child", "IPF.Note", 0x8042, kTopOfFoldersId, 0});
   state.folders.push_back({"Deleted Items", "IPF.Note", kDeletedItemsId, 0, 0});
   MemoryTree tree;
   const TreeItem root = tree.AddRoot("x", 9);
@@ -317,9 +299,8 @@ TEST(Recovery, SkipDuringTheScanKeepsTheIndexTree) {
   SkippingSink sink;
   sink.pressAtScan = true;
   const Result r = Recover(bytes, false, &sink);
-  EXPECT_EQ(r.Shown(),
-            (Texts{"/Top of Personal Folders", "/Top of Personal Folders/Deleted Items",
-                   "/Top of Personal Folders/Inbox", "/Top of Personal Folders/Sent Items"}));
+  EXPECT_EQ(r.Shown(), (Texts{"/Top of Personal Folders", "/Top of Personal Folders/Deleted Items",
+                              "/Top of Personal Folders/Inbox", "/Top of Personal Folders/Sent Items"}));
   EXPECT_EQ(sink.buttons, (Texts{"Skip", "Cancel"}));
   EXPECT_FALSE(sink.skip);
   ASSERT_FALSE(sink.explains.empty());
@@ -331,8 +312,8 @@ TEST(Recovery, SkipDuringTheScanKeepsTheIndexTree) {
   SkippingSink retry;
   const Result again = Recover(bytes, false, &retry, true);
   EXPECT_EQ(retry.explains.front(), "Searching for Lost/Deleted folder(s) and item(s).");
-  EXPECT_EQ(retry.steps, (Texts{"Step 1 of 6...", "Step 2 of 6", "Step 3 of 6...", "Step 4 of 6...",
-                                "Step 5 of 6...", "Step 6 of 6...", ""}));
+  EXPECT_EQ(retry.steps, (Texts{"Step 1 of 6...", "Step 2 of 6", "Step 3 of 6...", "Step 4 of 6...", "Step 5 of 6...",
+                                "Step 6 of 6...", ""}));
   EXPECT_EQ(again.Shown(), kSharedTree);
 }
 
@@ -346,8 +327,7 @@ TEST(Recovery, AdvanceModeRunsTwiceAtMostAndUnopenableFilesReport) {
 
   // An empty file: nothing in either form. Each run's reader holds the file's lock while it lives.
   request.sourcePath = dir.Write("empty.ost", Buf(4, 0));
-  const std::pair<int, int> cases[] = {
-      {kAdvanceScan, 2}, {kRawScan, 2}, {kQuickScan, 6}, {7, 0}};  // 7: no mode
+  const std::pair<int, int> cases[] = {{kAdvanceScan, 2}, {kRawScan, 2}, {kQuickScan, 6}, {7, 0}};  // 7: no mode
   for (const auto& [mode, runs] : cases) {
     request.mode = mode;
     EXPECT_EQ(test::ScanPath(request).outcome.runs, runs) << "mode " << mode;
@@ -361,11 +341,9 @@ TEST(FolderTree, IconsAndSortedInsert) {
 
   MemoryTree tree;
   const TreeItem top = tree.AddRoot("top", 9);
-  for (const char* name : {"beta", "Alpha", "gamma", "alpha", "Beta"})
-    tree.InsertSorted(top, name, 10);
+  for (const char* name : {"beta", "Alpha", "gamma", "alpha", "Beta"}) tree.InsertSorted(top, name, 10);
   Texts order;
-  for (TreeItem i = tree.FirstChild(top); i != 0; i = tree.NextSibling(i))
-    order.push_back(tree.Find(i)->text);
+  for (TreeItem i = tree.FirstChild(top); i != 0; i = tree.NextSibling(i)) order.push_back(tree.Find(i)->text);
   EXPECT_EQ(order, (Texts{"Alpha", "alpha", "beta", "Beta", "gamma"}));
   const TreeItem child = tree.InsertSorted(tree.FirstChild(top), "child", 10);
   tree.DeleteItem(tree.FirstChild(top));

@@ -57,8 +57,7 @@ TEST(SampleStores, FormVoteFoldersNamesAndClassesAgreeWithPffexport) {
   }
   const std::vector<std::string> stores = test::AllStores();
   ASSERT_GE(stores.size(), 35u);
-  for (const std::string& store : stores)
-    EXPECT_TRUE(oracle.count(store)) << store << " has no oracle data";
+  for (const std::string& store : stores) EXPECT_TRUE(oracle.count(store)) << store << " has no oracle data";
   std::size_t names = 0, classes = 0;
   for (const auto& [store, folders] : oracle) {
     SCOPED_TRACE(store);
@@ -75,8 +74,7 @@ TEST(SampleStores, FormVoteFoldersNamesAndClassesAgreeWithPffexport) {
     }
     std::set<std::uint64_t> expectedIds, ourIds;
     for (const auto& [id, want] : folders) {
-      if (want.listed && (id & 31) == 2)
-        expectedIds.insert(id);  // search folders are no folder nodes
+      if (want.listed && (id & 31) == 2) expectedIds.insert(id);  // search folders are no folder nodes
     }
     for (const FolderSummary& f : s.folders) {
       const std::uint64_t id = f.row.nodeId;
@@ -85,14 +83,12 @@ TEST(SampleStores, FormVoteFoldersNamesAndClassesAgreeWithPffexport) {
       VisitedSet visited;
       reader->ListNodeChildren(reader->NodeRoot(), id, visited,
                                [&](std::uint64_t, std::uint64_t, std::uint64_t) { ++listed; });
-      EXPECT_EQ(listed, f.messages)
-          << "one-pass count differs from the listing of 0x" << std::hex << id;
+      EXPECT_EQ(listed, f.messages) << "one-pass count differs from the listing of 0x" << std::hex << id;
       const auto at = folders.find(id);
       if (at == folders.end()) continue;
       const OracleFolder& want = at->second;
       if (want.hasClass) {
-        EXPECT_EQ(DisplayName(f.properties.Find(0x3613)), want.containerClass)
-            << "folder 0x" << std::hex << id;
+        EXPECT_EQ(DisplayName(f.properties.Find(0x3613)), want.containerClass) << "folder 0x" << std::hex << id;
         ++classes;
       }
       if (!want.listed) continue;
@@ -101,11 +97,9 @@ TEST(SampleStores, FormVoteFoldersNamesAndClassesAgreeWithPffexport) {
         if (store == v[0] && id == std::stoull(v[1], nullptr, 16)) messages = std::stoull(v[2]);
       }
       EXPECT_EQ(f.messages, messages) << "folder 0x" << std::hex << id;
-      const bool ascii =
-          std::all_of(want.name.begin(), want.name.end(), [](unsigned char c) { return c < 0x80; });
+      const bool ascii = std::all_of(want.name.begin(), want.name.end(), [](unsigned char c) { return c < 0x80; });
       if (want.name != "." && ascii && want.name.find("\\x") == std::string::npos) {
-        EXPECT_EQ(DisplayName(f.properties.Find(0x3001)), want.name)
-            << "folder 0x" << std::hex << id;
+        EXPECT_EQ(DisplayName(f.properties.Find(0x3001)), want.name) << "folder 0x" << std::hex << id;
         ++names;
       }
     }
@@ -127,8 +121,7 @@ TEST(SampleStores, EveryIndexedBlockIsFoundAndTheVoteOverAllFavoursTheHeader) {
     for (const auto& [id, entry] : first) {
       VisitedSet visited;
       std::uint64_t offset = 0, size = 0;
-      ASSERT_TRUE(reader->FindBlock(reader->BlockRoot(), id, offset, size, visited))
-          << std::hex << id;
+      ASSERT_TRUE(reader->FindBlock(reader->BlockRoot(), id, offset, size, visited)) << std::hex << id;
       EXPECT_EQ(offset, entry.fileOffset);
       EXPECT_EQ(size, entry.size);
       // An index block names the total size of the data under it.
@@ -196,10 +189,9 @@ TEST(SampleStores, NameMapsInEveryForm) {
 
 TEST(SampleStores, OddFilesOpenQuietlyAndYieldWhatTheyHold) {
   MARROW_REQUIRE_TESTDATA();
-  const std::pair<const char*, std::size_t> cases[] = {
-      {"odd/aspose_SMTP_Outlook.pst.is-mbox", 0},
-      {"odd/pstreader_truncated-in-header.bin", 0},
-      {"odd/aspose_PersonalStorageFile.ost.is-pst", 5}};
+  const std::pair<const char*, std::size_t> cases[] = {{"odd/aspose_SMTP_Outlook.pst.is-mbox", 0},
+                                                       {"odd/pstreader_truncated-in-header.bin", 0},
+                                                       {"odd/aspose_PersonalStorageFile.ost.is-pst", 5}};
   for (const auto& [file, folders] : cases) {
     SCOPED_TRACE(file);
     auto reader = test::SampleReader(file);

@@ -42,8 +42,7 @@ TEST(SnapshotFiles, LayoutIsFixedFieldsThenSections) {
   EXPECT_EQ(std::string(b.begin(), b.begin() + 4), "VORP");
   const Buf wide = Utf8ToUtf16(request.sourcePath);
   EXPECT_TRUE(std::equal(wide.begin(), wide.end(), b.begin() + 4));
-  EXPECT_TRUE(std::all_of(b.begin() + 4 + wide.size(), b.begin() + 524,
-                          [](std::uint8_t x) { return x == 0; }));
+  EXPECT_TRUE(std::all_of(b.begin() + 4 + wide.size(), b.begin() + 524, [](std::uint8_t x) { return x == 0; }));
   EXPECT_EQ(Utf16ToUtf8(b.data() + 524, 520), dir.Path("temp/"));
   EXPECT_EQ(u64(1044), fs::file_size(request.sourcePath));
   EXPECT_EQ(u64(1052), 0u) << "64-bit form";
@@ -96,8 +95,7 @@ TEST(SnapshotFiles, HeaderChecksComeInTheirOrder) {
   EXPECT_FALSE(ReadSnapshotHeader(dir.Path("missing.vorsnp"), h, error));
   EXPECT_EQ(error, "Unable to open file");
 
-  auto write = [&](const std::string& name, const std::string& magic, const std::string& src,
-                   const std::string& tmp) {
+  auto write = [&](const std::string& name, const std::string& magic, const std::string& src, const std::string& tmp) {
     Buf b(1084, 0);
     std::copy(magic.begin(), magic.end(), b.begin());
     const Buf s = Utf8ToUtf16(src), t = Utf8ToUtf16(tmp);
@@ -120,8 +118,7 @@ TEST(SnapshotFiles, HeaderChecksComeInTheirOrder) {
   EXPECT_FALSE(ReadSnapshotHeader(write("c.vorsnp", "NOPE", source, temp), h, error));
   EXPECT_EQ(error, "invalid snapshot file");
   const std::string text = "Just some text, not a snapshot.";
-  EXPECT_FALSE(
-      ReadSnapshotHeader(dir.Write("text.vorsnp", Buf(text.begin(), text.end())), h, error));
+  EXPECT_FALSE(ReadSnapshotHeader(dir.Write("text.vorsnp", Buf(text.begin(), text.end())), h, error));
   EXPECT_EQ(error.rfind("File ", 0), 0u);
 
   // A path longer than the field keeps its first 259 characters.

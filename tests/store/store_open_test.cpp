@@ -22,8 +22,7 @@ TEST(FormForVersion, EveryVersionWordGetsAForm) {
 TEST(OpenStore, TinyMissingAndFolderFiles) {
   const test::TempFolder dir("open-tiny");
   StoreReader r;
-  ASSERT_TRUE(r.OpenStore(dir.Write("tiny.ost", std::vector<std::uint8_t>(100, 0))))
-      << "a file of 100 bytes opens";
+  ASSERT_TRUE(r.OpenStore(dir.Write("tiny.ost", std::vector<std::uint8_t>(100, 0)))) << "a file of 100 bytes opens";
   EXPECT_EQ(r.IsAnsi(), 1);
   EXPECT_TRUE(r.ReadFolderRows().empty());
 
@@ -37,8 +36,7 @@ TEST(OpenStore, TinyMissingAndFolderFiles) {
 
 TEST(OpenStore, AccessIsExclusiveAndReopeningReleasesTheFirstHandle) {
   const test::TempFolder dir("open-lock");
-  const std::string path =
-      dir.Write("store.ost", test::StoreBuilder(test::Form::Unicode512).Bytes());
+  const std::string path = dir.Write("store.ost", test::StoreBuilder(test::Form::Unicode512).Bytes());
   StoreReader first;
   ASSERT_TRUE(first.OpenStore(path));
   StoreReader second;

@@ -54,8 +54,8 @@ std::vector<std::uint8_t> HeapBuilder::Build() const {
 }
 
 std::vector<std::uint8_t> PropertyList(const std::vector<std::vector<std::uint8_t>>& values,
-                                       const std::vector<std::vector<std::uint8_t>>& records,
-                                       std::uint8_t keySize, std::uint8_t valueSize) {
+                                       const std::vector<std::vector<std::uint8_t>>& records, std::uint8_t keySize,
+                                       std::uint8_t valueSize) {
   HeapBuilder h(0xBC);
   const std::uint32_t recordsId = (2 + static_cast<std::uint32_t>(values.size())) << 5;
   h.Root(h.Add(Cat({{0xB5, keySize, valueSize, 0}, LE(recordsId, 4)})));

@@ -28,8 +28,8 @@ std::vector<std::uint8_t> Record(std::uint16_t id, std::uint16_t type, std::uint
 // A property list heap: allocation 1 the tree header, 2 to n+1 the values,
 // the last the records (whose heap ids name the values as 2 << 5 on).
 std::vector<std::uint8_t> PropertyList(const std::vector<std::vector<std::uint8_t>>& values,
-                                       const std::vector<std::vector<std::uint8_t>>& records,
-                                       std::uint8_t keySize = 2, std::uint8_t valueSize = 6);
+                                       const std::vector<std::vector<std::uint8_t>>& records, std::uint8_t keySize = 2,
+                                       std::uint8_t valueSize = 6);
 // UTF-16LE bytes of ASCII text.
 std::vector<std::uint8_t> Wide(const char* text);
 

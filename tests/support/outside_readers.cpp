@@ -29,8 +29,7 @@ std::string FileSha256(const std::string& path) {
   return out;
 }
 
-std::vector<std::vector<std::string>> PythonDumps(const std::vector<std::string>& emlPaths,
-                                                  bool* available) {
+std::vector<std::vector<std::string>> PythonDumps(const std::vector<std::string>& emlPaths, bool* available) {
   static const bool haveIt = std::system("python3 -c 'import email' >/dev/null 2>&1") == 0;
   *available = haveIt;
   std::vector<std::vector<std::string>> dumps;

@@ -9,9 +9,7 @@
 namespace marrow::test {
 
 const char* FormName(Form form) {
-  return form == Form::Ansi512      ? "Ansi512"
-         : form == Form::Unicode512 ? "Unicode512"
-                                    : "Unicode4096";
+  return form == Form::Ansi512 ? "Ansi512" : form == Form::Unicode512 ? "Unicode512" : "Unicode4096";
 }
 
 StoreBuilder::StoreBuilder(Form form, std::size_t fileSize) : form_(form), bytes_(fileSize, 0) {
@@ -40,8 +38,7 @@ void StoreBuilder::Put(std::uint64_t at, const std::vector<std::uint8_t>& data) 
   std::copy(data.begin(), data.end(), bytes_.begin() + at);
 }
 
-std::uint64_t StoreBuilder::Block(std::uint64_t at, std::uint64_t blockId,
-                                  const std::vector<std::uint8_t>& data) {
+std::uint64_t StoreBuilder::Block(std::uint64_t at, std::uint64_t blockId, const std::vector<std::uint8_t>& data) {
   const bool large = form_ == Form::Unicode4096;
   const std::uint64_t unit = large ? 512 : 64;
   const std::uint64_t trailer = Ansi() ? 12 : 16;  // what a block's length counts
@@ -91,8 +88,8 @@ void StoreBuilder::Roots(std::uint64_t nodeRoot, std::uint64_t blockRoot) {
   }
 }
 
-void StoreBuilder::WriteTrailer(std::uint64_t at, unsigned count, unsigned max, unsigned size,
-                                unsigned level, unsigned type, const Trailer& t) {
+void StoreBuilder::WriteTrailer(std::uint64_t at, unsigned count, unsigned max, unsigned size, unsigned level,
+                                unsigned type, const Trailer& t) {
   count = t.count >= 0 ? t.count : count;
   max = t.max >= 0 ? t.max : max;
   size = t.size >= 0 ? t.size : size;
@@ -169,8 +166,8 @@ void StoreBuilder::BlockLeaf(std::uint64_t at, const std::vector<BlockRow>& rows
   WriteTrailer(at, static_cast<unsigned>(rows.size()), max, size, 0, 0x80, t);
 }
 
-void StoreBuilder::Branch(std::uint64_t at, bool nodeIndex, std::uint8_t level,
-                          const std::vector<BranchRow>& rows, Trailer t) {
+void StoreBuilder::Branch(std::uint64_t at, bool nodeIndex, std::uint8_t level, const std::vector<BranchRow>& rows,
+                          Trailer t) {
   Ensure(at + PageSize());
   const unsigned size = Ansi() ? 12 : 24;
   for (std::size_t i = 0; i < rows.size(); ++i) {
@@ -186,8 +183,7 @@ void StoreBuilder::Branch(std::uint64_t at, bool nodeIndex, std::uint8_t level,
     }
   }
   const unsigned max = form_ == Form::Ansi512 ? 41 : form_ == Form::Unicode512 ? 20 : 169;
-  WriteTrailer(at, static_cast<unsigned>(rows.size()), max, size, level, nodeIndex ? 0x81 : 0x80,
-               t);
+  WriteTrailer(at, static_cast<unsigned>(rows.size()), max, size, level, nodeIndex ? 0x81 : 0x80, t);
 }
 
 std::unique_ptr<MemorySource> StoreBuilder::Source() const {
@@ -216,20 +212,16 @@ void Append(std::vector<std::uint8_t>& out, std::uint64_t v, bool wide) {
 
 }  // namespace
 
-std::vector<std::uint8_t> IndexBlock(bool wide, std::uint8_t level,
-                                     const std::vector<std::uint64_t>& ids, std::uint32_t total,
-                                     int count) {
-  const std::uint16_t n =
-      static_cast<std::uint16_t>(count >= 0 ? count : static_cast<int>(ids.size()));
-  std::vector<std::uint8_t> out = {1, level, static_cast<std::uint8_t>(n),
-                                   static_cast<std::uint8_t>(n >> 8)};
+std::vector<std::uint8_t> IndexBlock(bool wide, std::uint8_t level, const std::vector<std::uint64_t>& ids,
+                                     std::uint32_t total, int count) {
+  const std::uint16_t n = static_cast<std::uint16_t>(count >= 0 ? count : static_cast<int>(ids.size()));
+  std::vector<std::uint8_t> out = {1, level, static_cast<std::uint8_t>(n), static_cast<std::uint8_t>(n >> 8)};
   Append(out, total, false);
   for (std::uint64_t id : ids) Append(out, id, wide);
   return out;
 }
 
-std::vector<std::uint8_t> SubnodeBlock(bool wide, std::uint8_t level,
-                                       const std::vector<NodeRow>& rows) {
+std::vector<std::uint8_t> SubnodeBlock(bool wide, std::uint8_t level, const std::vector<NodeRow>& rows) {
   std::vector<std::uint8_t> out(wide ? 8 : 4, 0);
   out[0] = 2;
   out[1] = level;

@@ -54,13 +54,11 @@ class StoreBuilder {
   void NodeLeaf(std::uint64_t at, const std::vector<NodeRow>& rows, Trailer t = {});
   void BlockLeaf(std::uint64_t at, const std::vector<BlockRow>& rows, Trailer t = {});
   // A branch page of the node index (nodeIndex) or the block index.
-  void Branch(std::uint64_t at, bool nodeIndex, std::uint8_t level,
-              const std::vector<BranchRow>& rows, Trailer t = {});
+  void Branch(std::uint64_t at, bool nodeIndex, std::uint8_t level, const std::vector<BranchRow>& rows, Trailer t = {});
   void Put(std::uint64_t at, const std::vector<std::uint8_t>& data);
   // Writes a data block with its trailer (size, signature, checksum, id);
   // returns the offset where the next block may start.
-  std::uint64_t Block(std::uint64_t at, std::uint64_t blockId,
-                      const std::vector<std::uint8_t>& data);
+  std::uint64_t Block(std::uint64_t at, std::uint64_t blockId, const std::vector<std::uint8_t>& data);
   void Roots(std::uint64_t nodeRoot, std::uint64_t blockRoot);
   void CryptByte(std::uint8_t method);
   void VersionWord(std::uint16_t version);
@@ -71,8 +69,8 @@ class StoreBuilder {
  private:
   void Ensure(std::uint64_t end);
   void PutLE(std::uint64_t at, std::uint64_t v, int width);
-  void WriteTrailer(std::uint64_t at, unsigned count, unsigned max, unsigned size, unsigned level,
-                    unsigned type, const Trailer& t);
+  void WriteTrailer(std::uint64_t at, unsigned count, unsigned max, unsigned size, unsigned level, unsigned type,
+                    const Trailer& t);
 
   Form form_;
   std::vector<std::uint8_t> bytes_;
@@ -97,13 +95,11 @@ class BlockStore {
 
 // An index block of a data tree: type 1, level, count (or `count` when not
 // -1), total size, then the child ids, 4 or 8 bytes each.
-std::vector<std::uint8_t> IndexBlock(bool wide, std::uint8_t level,
-                                     const std::vector<std::uint64_t>& ids, std::uint32_t total = 0,
-                                     int count = -1);
+std::vector<std::uint8_t> IndexBlock(bool wide, std::uint8_t level, const std::vector<std::uint64_t>& ids,
+                                     std::uint32_t total = 0, int count = -1);
 // A subnode block: type 2, level, count, then rows of NodeId, data block and
 // (in a leaf) subnode block.
-std::vector<std::uint8_t> SubnodeBlock(bool wide, std::uint8_t level,
-                                       const std::vector<NodeRow>& rows);
+std::vector<std::uint8_t> SubnodeBlock(bool wide, std::uint8_t level, const std::vector<NodeRow>& rows);
 // zlib's stream of `plain` at the default level (header 78 9C).
 std::vector<std::uint8_t> Deflated(const std::vector<std::uint8_t>& plain);
 

@@ -43,8 +43,7 @@ std::string Unescape(const std::string& s) {
 
 std::string TestDataDir() {
   std::error_code ec;
-  return fs::is_directory(MARROW_TESTDATA_DIR, ec) ? std::string(MARROW_TESTDATA_DIR)
-                                                   : std::string();
+  return fs::is_directory(MARROW_TESTDATA_DIR, ec) ? std::string(MARROW_TESTDATA_DIR) : std::string();
 }
 
 std::string Sample(const std::string& relative) {
@@ -59,8 +58,7 @@ std::vector<std::string> AllStores() {
     std::error_code ec;
     for (const auto& entry : fs::directory_iterator(root + "/" + dir, ec)) {
       const std::string ext = entry.path().extension().string();
-      if (ext == ".pst" || ext == ".ost")
-        out.push_back(std::string(dir) + "/" + entry.path().filename().string());
+      if (ext == ".pst" || ext == ".ost") out.push_back(std::string(dir) + "/" + entry.path().filename().string());
     }
   }
   std::sort(out.begin(), out.end());
@@ -98,20 +96,17 @@ TempFolder::~TempFolder() {
 
 std::string TempFolder::Write(const std::string& name, std::string_view bytes) const {
   const std::string path = Path(name);
-  std::ofstream(path, std::ios::binary)
-      .write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  std::ofstream(path, std::ios::binary).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
   return path;
 }
 
 ScratchDir::ScratchDir()
-    : TempFolder(std::string(::testing::UnitTest::GetInstance()->current_test_info()->test_suite_name()) +
-                 "-" + ::testing::UnitTest::GetInstance()->current_test_info()->name()) {}
+    : TempFolder(std::string(::testing::UnitTest::GetInstance()->current_test_info()->test_suite_name()) + "-" +
+                 ::testing::UnitTest::GetInstance()->current_test_info()->name()) {}
 
-std::unique_ptr<StoreReader> SampleReader(const std::string& relative,
-                                          const std::string& tempFolder) {
+std::unique_ptr<StoreReader> SampleReader(const std::string& relative, const std::string& tempFolder) {
   auto reader = std::make_unique<StoreReader>(tempFolder);
-  EXPECT_TRUE(reader->OpenSource(std::make_unique<MemorySource>(ReadFile<Buf>(Sample(relative))),
-                                 relative));
+  EXPECT_TRUE(reader->OpenSource(std::make_unique<MemorySource>(ReadFile<Buf>(Sample(relative))), relative));
   return reader;
 }
 
@@ -124,8 +119,7 @@ std::map<std::uint32_t, NodeEntry> MessageNodes(StoreReader& reader) {
   return messages;
 }
 
-bool ReadMessage(StoreReader& reader, const NodeEntry& node, SubnodeLists& subnodes,
-                 PropertyBag& bag) {
+bool ReadMessage(StoreReader& reader, const NodeEntry& node, SubnodeLists& subnodes, PropertyBag& bag) {
   reader.ReadSubnodeList(node.subnodeBlock, subnodes);
   return reader.ReadBagFromBlock(node.dataBlock, bag, subnodes);
 }

@@ -78,13 +78,11 @@ class ScratchDir : public ::testing::Test, public TempFolder {
 
 // A reader over a copy of a sample in memory: a store opened from disk is
 // locked, and ctest runs tests that read the same samples side by side.
-std::unique_ptr<StoreReader> SampleReader(const std::string& relative,
-                                          const std::string& tempFolder = {});
+std::unique_ptr<StoreReader> SampleReader(const std::string& relative, const std::string& tempFolder = {});
 // Every message node of an open store, by NodeId.
 std::map<std::uint32_t, NodeEntry> MessageNodes(StoreReader& reader);
 // A message's subnode list and property bag; false when the bag cannot be read.
-bool ReadMessage(StoreReader& reader, const NodeEntry& node, SubnodeLists& subnodes,
-                 PropertyBag& bag);
+bool ReadMessage(StoreReader& reader, const NodeEntry& node, SubnodeLists& subnodes, PropertyBag& bag);
 // A bag of in-memory values, each (id, type, bytes).
 PropertyBag Bag(std::initializer_list<std::tuple<std::uint16_t, std::uint16_t, Buf>> values);
 // A disk list of 8-byte records read back from the start.
@@ -104,8 +102,7 @@ struct Recovered {
   const FolderRecord* RowOf(TreeItem item) const;
 };
 // One run of the driver over a reader already open and set up.
-Recovered RecoverWith(std::unique_ptr<StoreReader> reader, bool retryPass = false,
-                      bool rawMode = false);
+Recovered RecoverWith(std::unique_ptr<StoreReader> reader, bool retryPass = false, bool rawMode = false);
 // A scan started as the application starts one: by path, with the ladder.
 Recovered ScanPath(const ScanRequest& request, const std::string& tempFolder = {});
 
@@ -115,8 +112,7 @@ std::string FileSha256(const std::string& path);
 // Runs tests/mail/eml_dump.py over the files (one Python start for all) and
 // returns each file's lines; empty, with `available` false, when there is no
 // python3.
-std::vector<std::vector<std::string>> PythonDumps(const std::vector<std::string>& emlPaths,
-                                                  bool* available);
+std::vector<std::vector<std::string>> PythonDumps(const std::vector<std::string>& emlPaths, bool* available);
 std::vector<std::string> PythonDump(const std::string& emlPath, bool* available);
 // The subject of `emlPath` as GMime's own parser decodes it.
 std::string GMimeSubject(const std::string& emlPath);
@@ -124,8 +120,7 @@ std::string GMimeSubject(const std::string& emlPath);
 }  // namespace marrow::test
 
 // Skips the current test with a message when the shared samples are not there.
-#define MARROW_REQUIRE_TESTDATA()                                           \
-  do {                                                                      \
-    if (::marrow::test::TestDataDir().empty())                              \
-      GTEST_SKIP() << "shared test data not found at " MARROW_TESTDATA_DIR; \
+#define MARROW_REQUIRE_TESTDATA()                                                                                    \
+  do {                                                                                                               \
+    if (::marrow::test::TestDataDir().empty()) GTEST_SKIP() << "shared test data not found at " MARROW_TESTDATA_DIR; \
   } while (0)
