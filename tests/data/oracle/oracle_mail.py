@@ -1,12 +1,6 @@
-"""A mail message as a reader sees it, shared by make_export_oracle.sh (over
+"""A mail message as a reader sees it, shared by make_oracle.py (over
 readpst's files) and tests/cli/check_export_oracle.py (over ours)."""
-import datetime
-import email
-import email.header
-import email.policy
-import email.utils
-import hashlib
-import re
+import datetime, email, email.header, email.policy, email.utils, hashlib, re
 
 
 def norm_text(s):
