@@ -1,12 +1,6 @@
-"""A mail message as a reader sees it, shared by make_export_oracle.sh (over
+"""A mail message as a reader sees it, shared by make_oracle.py (over
 readpst's files) and tests/cli/check_export_oracle.py (over ours)."""
-import datetime
-import email
-import email.header
-import email.policy
-import email.utils
-import hashlib
-import re
+import datetime, email, email.header, email.policy, email.utils, hashlib, re
 
 
 def norm_text(s):
@@ -22,20 +16,20 @@ def digest(text):
     return (str(len(b)), hashlib.sha256(b).hexdigest())
 
 
+def decode(raw, charset):
+    """RAW in CHARSET, as UTF-8 when Python does not know it; bytes that do not decode as surrogates."""
+    try:
+        return raw.decode(charset, 'surrogateescape')
+    except LookupError:
+        return raw.decode('utf-8', 'surrogateescape')
+
+
 def header_text(v):
     """A header's text: unfolded, encoded words decoded."""
     if v is None:
         return None
-    parts = []
-    for chunk, cs in email.header.decode_header(re.sub(r'\r?\n(?=[ \t])', '', str(v))):
-        if isinstance(chunk, str):
-            parts.append(chunk)
-        else:
-            try:
-                parts.append(chunk.decode(cs or 'utf-8', 'surrogateescape'))
-            except LookupError:
-                parts.append(chunk.decode('utf-8', 'surrogateescape'))
-    return ''.join(parts)
+    return ''.join(chunk if isinstance(chunk, str) else decode(chunk, cs or 'utf-8')
+                   for chunk, cs in email.header.decode_header(re.sub(r'\r?\n(?=[ \t])', '', str(v))))
 
 
 def addresses(msg, name):
@@ -70,12 +64,7 @@ def filename_of(p):
 
 
 def part_text(p):
-    raw = p.get_payload(decode=True) or b''
-    cs = p.get_content_charset() or 'us-ascii'
-    try:
-        return raw.decode(cs, 'surrogateescape')
-    except LookupError:
-        return raw.decode('utf-8', 'surrogateescape')
+    return decode(p.get_payload(decode=True) or b'', p.get_content_charset() or 'us-ascii')
 
 
 def message_fields(msg, attachments, messages, readpst=False):
@@ -115,12 +104,9 @@ def message_fields(msg, attachments, messages, readpst=False):
         attachments.append((name if name is not None else '-', len(data), hashlib.sha256(data).hexdigest(),
                             ctype, data))
     walk(msg)
-    sender = '-'
-    if msg.get('From') is not None:
-        a = email.utils.parseaddr(header_text(msg['From']))[1]
-        sender = a if a else '-'
+    sender = email.utils.parseaddr(header_text(msg['From']))[1] if msg.get('From') is not None else ''
     subj = header_text(msg.get('Subject'))
-    return {'subject': '-' if subj is None else subj, 'from': sender, 'to': addresses(msg, 'To'),
+    return {'subject': '-' if subj is None else subj, 'from': sender or '-', 'to': addresses(msg, 'To'),
             'cc': addresses(msg, 'Cc'), 'date': date_of(msg), 'text': digest(plain),
             'html': digest(html), 'plain_str': plain, 'html_str': html}
 
@@ -141,10 +127,5 @@ def read_eml(data, readpst=False):
                                    policy=email.policy.compat32)
     attachments, messages = [], []
     item = message_fields(msg, attachments, messages, readpst)
-    inner = []
-    for m in messages:
-        a = []
-        f = message_fields(m, a, [], readpst)
-        f['attachments'] = a
-        inner.append(f)
+    inner = [dict(message_fields(m, a, [], readpst), attachments=a) for m, a in ((m, []) for m in messages)]
     return msg, item, attachments, inner
