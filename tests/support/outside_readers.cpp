@@ -1,5 +1,6 @@
-// The outside readers: Python's email package and GMime.
+// The outside readers: GLib's checksums, Python's email package, GMime.
 #include <fcntl.h>
+#include <glib.h>
 #include <gmime/gmime.h>
 
 #include <cstdio>
@@ -17,6 +18,14 @@ std::string Hex(const std::string& bytes) {
     out.push_back(kDigits[c >> 4]);
     out.push_back(kDigits[c & 15]);
   }
+  return out;
+}
+
+std::string FileSha256(const std::string& path) {
+  const Buf bytes = ReadFile<Buf>(path);
+  gchar* hex = g_compute_checksum_for_data(G_CHECKSUM_SHA256, bytes.data(), bytes.size());
+  const std::string out = hex;
+  g_free(hex);
   return out;
 }
 

@@ -107,6 +107,8 @@ Recovered RecoverWith(std::unique_ptr<StoreReader> reader, bool retryPass = fals
 Recovered ScanPath(const ScanRequest& request, const std::string& tempFolder = {});
 
 std::string Hex(const std::string& bytes);
+// The SHA-256 of a file's bytes, in lowercase hex.
+std::string FileSha256(const std::string& path);
 // Runs tests/mail/eml_dump.py over the files (one Python start for all) and
 // returns each file's lines; empty, with `available` false, when there is no
 // python3.
