@@ -197,57 +197,19 @@ TEST(ReadMarkup, TimeRowsBecomeLocalTextAndTheRestIsKept) {
 }
 
 // Every item of these stores with a view, against what pffexport's item dump
-// (`pffexport -d -m items`) shows for it.
+// (`pffexport -d -m items`) shows for it (tests/data/oracle/render_rows.tsv):
+// how many items of each kind, rows our views must hold, and rows they must
+// not. The list reader takes 8-byte entries where the store keeps 4-byte
+// offsets, so of the three members of the lists it finds one slice, which
+// starts at the second member, and shows that member alone.
 TEST(RenderSamples, ViewsOfRealItems) {
   MARROW_REQUIRE_TESTDATA();
-  // The list holds three members; the list reader takes 8-byte entries where
-  // the store keeps 4-byte offsets, so it finds one slice, which starts at
-  // the second member, and shows that member alone.
-  const std::vector<std::string> list = {
-      "<ITEM>CONTACT DL ITEM :  dist name 1 TYPE : SMTP EMAIL ID : dist1@rjohnson.id.au</ITEM>\r\n",
-      "<ITEM>EMAIL1 EMAIL ADDRESS : contact1@rjohnson.id.au</ITEM>\r\n"};
-  const std::vector<std::string> lostMembers = {
-      "<ITEM>CONTACT DL ITEM :  contact name 1 TYPE : SMTP EMAIL ID : "
-      "contact1@rjohnson.id.au</ITEM>\r\n",
-      "<ITEM>CONTACT DL ITEM :  dist name 2 TYPE : SMTP EMAIL ID : "
-      "dist2@rjohnson.id.au</ITEM>\r\n"};
-  std::vector<std::string> distList = list;
-  distList.insert(distList.end(),
-                  {"<ITEM>START TIME : 131146236000000000</ITEM>\r\n",  // Aug 02, 2016 15:00 UTC
-                   "<ITEM>Recurrence Pattern : every Tuesday from 8:00 AM to 8:30 AM</ITEM>\r\n", "Show As: Busy\r\n"});
-  const std::vector<std::string> contacts = {"<ITEM>EMAIL1 EMAIL ADDRESS : MargaretJTolle@dayrep.com</ITEM>\r\n",
-                                             "<ITEM>COMPANY NAME : Grade A Investment</ITEM>\r\n",
-                                             "<ITEM>PRIMARY TELEPHONE NUMBER : 046-630-4614046-630-4614</ITEM>\r\n"};
-  struct Sample {
-    const char* store;
-    std::map<int, int> kinds;  // items of each kind
-    std::vector<std::string> rows;
-  };
-  const Sample samples[] = {
-      {"pst/unicode/java-libpst_dist-list.pst", {{10, 1}, {11, 1}, {13, 1}}, distList},
-      {"ost4k/java-libpst_dist-list.ost", {{10, 1}, {11, 1}, {13, 1}}, distList},
-      {"pst/unicode/java-libpst_passworded.pst", {{11, 1}, {13, 1}}, list},
-      {"pst/unicode/aspose_SampleContacts.pst", {{11, 6}}, contacts},
-      {"ost4k/aspose_SampleContacts.ost", {{11, 6}}, contacts},
-      {"pst/unicode/aspose_Outlook.pst",
-       {{10, 1}, {11, 1}},
-       {"<ITEM>EMAIL1 EMAIL ADDRESS : saqib.razzaq@xp.local</ITEM>\r\n", "<ITEM>Location : Room 5</ITEM>\r\n",
-        "<ITEM>START TIME : 129531942000000000</ITEM>\r\n"}},  // Jun 22, 2011 05:30 UTC
-      {"pst/unicode/hiraoka_contacts.pst",
-       {{11, 1}},
-       {"<ITEM>SURNAME : イグザンプル</ITEM>\r\n", "<ITEM>EMAIL1 EMAIL ADDRESS : test@example.com</ITEM>\r\n",
-        "<ITEM>BIRTHDAY : 125911260000000000</ITEM>\r\n"}},  // Dec 31, 1999 15:00 UTC
-      {"pst/ansi/go-pst_32-bit.pst",
-       {{10, 1}},
-       {"<ITEM>START TIME : 127374138000000000</ITEM>\r\n", "Show As: Tentative\r\n"}},
-      {"ost/unicode512/aspose_SampleOstFile.ost",
-       {{10, 11}},
-       {"<ITEM>START TIME : 129609438372903037</ITEM>\r\n", "<ITEM>Location : meeting request</ITEM>\r\n",
-        "<ITEM>Time Zone : (GMT+05:00) Islamabad, Karachi</ITEM>\r\n"}},
-  };
-  for (const Sample& sample : samples) {
-    SCOPED_TRACE(sample.store);
-    auto owned = test::SampleReader(sample.store, ::testing::TempDir());
+  std::map<std::string, std::vector<std::pair<std::string, std::string>>> samples;
+  for (const auto& f : test::OracleRows("render_rows.tsv", 3)) samples[f[0]].emplace_back(f[1], f[2]);
+  ASSERT_EQ(samples.size(), 9u) << "oracle data missing";
+  for (const auto& [store, checks] : samples) {
+    SCOPED_TRACE(store);
+    auto owned = test::SampleReader(store, ::testing::TempDir());
     StoreReader& reader = *owned;
     reader.LoadNameMap();
     std::map<int, int> kinds;
@@ -274,9 +236,16 @@ TEST(RenderSamples, ViewsOfRealItems) {
       const std::string preview = RenderItem(kind, bag, reader.NamedProperties(), RowKind::kPreview, children);
       EXPECT_FALSE(preview.empty() || preview.find("<ITEM>") != std::string::npos) << preview;
     }
-    EXPECT_EQ(kinds, sample.kinds);
-    for (const std::string& row : sample.rows) EXPECT_NE(all.find(row), std::string::npos) << row;
-    for (const std::string& row : lostMembers) EXPECT_EQ(all.find(row), std::string::npos) << row;
+    std::string counts;
+    for (const auto& [kind, n] : kinds)
+      counts += (counts.empty() ? "" : " ") + std::to_string(kind) + ":" + std::to_string(n);
+    for (const auto& [check, value] : checks) {
+      if (check == "kinds") {
+        EXPECT_EQ(counts, value);
+      } else {
+        EXPECT_EQ(all.find(value) != std::string::npos, check == "row") << check << " " << value;
+      }
+    }
   }
 }
 

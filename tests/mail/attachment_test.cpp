@@ -90,26 +90,6 @@ TEST_F(Attachments, AttachmentHeaderNameIsWrittenAsGiven) {
   EXPECT_EQ(dump.back(), "defects\t0");
 }
 
-// An HTML mail whose logo is a named inline image of a multipart/related.
-const char kNewsletter[] =
-    "From: news@example.org\r\nSubject: newsletter\r\nMIME-Version: 1.0\r\n"
-    "Content-Type: multipart/related; boundary=\"rel\"\r\n\r\n"
-    "--rel\r\nContent-Type: text/html; charset=utf-8\r\n\r\n"
-    "<p>Hello <img src=\"cid:logo@x\"></p>\r\n"
-    "--rel\r\nContent-Type: image/png; name=\"image001.png\"\r\n"
-    "Content-Disposition: inline; filename=\"image001.png\"\r\nContent-ID: <logo@x>\r\n"
-    "Content-Transfer-Encoding: base64\r\n\r\niVBORw0KGgo=\r\n--rel--\r\n";
-
-const char kNested[] =
-    "Subject: nested\r\nContent-Type: multipart/mixed; boundary=\"o\"\r\n\r\n"
-    "--o\r\nContent-Type: text/plain\r\n\r\nbody\r\n"
-    "--o\r\nContent-Type: multipart/mixed; boundary=\"i\"\r\n\r\n"
-    "--i\r\nContent-Type: application/octet-stream\r\n"
-    "Content-Disposition: attachment; filename=a.bin\r\n\r\naaa\r\n"
-    "--i\r\nContent-Type: application/octet-stream\r\n"
-    "Content-Disposition: attachment; filename=b.bin\r\n\r\nbbb\r\n"
-    "--i--\r\n--o--\r\n";
-
 TEST_F(Attachments, DroppingLoadedMessages) {
   CkEmail loaded;
   ASSERT_TRUE(loaded.LoadEml(MailFixture("relayed.eml")));
@@ -123,7 +103,7 @@ TEST_F(Attachments, DroppingLoadedMessages) {
   // Inline images of related HTML are no attachments: a plain body goes
   // beside the whole related tree, and dropping leaves the image.
   CkEmail news;
-  ASSERT_TRUE(news.SetFromMimeText(kNewsletter));
+  ASSERT_TRUE(news.LoadEml(MailFixture("newsletter.eml")));  // a named inline image of a multipart/related
   EXPECT_EQ(news.NumAttachments(), 0);
   EXPECT_FALSE(news.HasPlainTextBody());
   ASSERT_TRUE(news.SetTextBody("Hello", "text/plain"));
@@ -138,7 +118,7 @@ TEST_F(Attachments, DroppingLoadedMessages) {
 
   // Multiparts emptied by dropping go away.
   CkEmail nested;
-  ASSERT_TRUE(nested.SetFromMimeText(kNested));
+  ASSERT_TRUE(nested.LoadEml(MailFixture("nested_attachments.eml")));
   ASSERT_EQ(nested.NumAttachments(), 2);
   EXPECT_EQ(nested.GetAttachmentFilename(1), "b.bin");
   nested.DropAttachments();

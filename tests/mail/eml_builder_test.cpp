@@ -59,21 +59,9 @@ class EmlBuilder : public test::ScratchDir {
   std::string Item() const { return Path("item"); }
 };
 
-constexpr const char* kStoredHeaders =
-    "Gateway Internet Headers Version 2.0\r\n"
-    "Received: from relay.example.org by mx.example.org; Tue, 12 May 2020 14:45:17 +0900\r\n"
-    "Received: from client by relay.example.org; Tue, 12 May 2020 14:45:10 +0900\r\n"
-    "Authentication-Results: mx.example.org; spf=pass\r\n"
-    "X-Relay-Antispam-Report: CIP:10.0.0.1;CTRY:;SFV:NSPM\r\n"
-    "x-gateway-antispam: BCL:0;\r\n"
-    "X-Filter-AntiSpam-MessageData:\r\n"
-    " c29tZSBmb2xkZWQgZGF0YQ==\r\n"
-    "From: /O=EXAMPLE/OU=FIRST ADMINISTRATIVE GROUP/CN=RECIPIENTS/CN=ANN\r\n"
-    "To: Bob <bob@example.org>\r\n"
-    "Subject: stored subject\r\n"
-    "Content-Type: multipart/alternative;\r\n"
-    "\tboundary=\"----=_NextPart_000_0001\"\r\n"
-    "Content-Transfer-Encoding: 7bit\r\n";
+// Stored transport headers with a route, filter verdicts, a sender given as
+// a distinguished name and a multipart type of their own.
+const std::string kStoredHeaders = test::ReadFile(test::MailFixture("stored_headers.eml"));
 
 // Stored headers as BuildEml repairs them: no body text of their own, a body
 // type of ours in place of the stored one.
@@ -101,7 +89,7 @@ TEST_F(EmlBuilder, RepairKeepsTheRouteAndDropsFilterVerdictsAndTheStoredType) {
 
 TEST_F(EmlBuilder, SenderFromTheItemWhenTheHeadersGiveNoneOrADistinguishedName) {
   const std::pair<const char*, const char*> cases[] = {
-      {kStoredHeaders, "Ann Lee <ann@example.org>"},
+      {kStoredHeaders.c_str(), "Ann Lee <ann@example.org>"},
       {"From: Carl <carl@example.org>\r\nSubject: s\r\n", "Carl <carl@example.org>"},
       {"Subject: no sender\r\n", "Ann Lee <ann@example.org>"},
   };

@@ -92,5 +92,19 @@ TEST_F(LoadedMail, RemoveHeaderFieldTakesEveryInstanceInAnyCase) {
   EXPECT_EQ(back.NumAttachments(), 1) << "the body tree is untouched";
 }
 
+// Hostile messages as such are inputs of the mime fuzz target (tests/fuzz/corpus/mime).
+TEST(HugeMail, MegabyteSubjectAndFortyThousandRecipientsAreKeptWhole) {
+  const std::string big(1 << 20, 'a');
+  CkEmail subject;
+  ASSERT_TRUE(subject.SetFromMimeText("Subject: " + big + "\r\nFrom: a@b.org\r\n\r\nbody\r\n"));
+  EXPECT_EQ(subject.Subject(), big);
+  EXPECT_EQ(subject.From(), "a@b.org");
+  std::string many = "To: ";
+  for (int i = 0; i < 40000; ++i) many += "u" + std::to_string(i) + "@example.org, ";
+  CkEmail recipients;
+  ASSERT_TRUE(recipients.SetFromMimeText(many + "\r\n\r\nbody"));
+  EXPECT_EQ(recipients.NumTo(), 40000);
+}
+
 }  // namespace
 }  // namespace marrow

@@ -1,7 +1,5 @@
 // The save walk: folder paths, numbering with gaps, the store's own folder,
 // MBOX files per folder, lost-item modes, and names that must not escape.
-#include <unistd.h>
-
 #include <filesystem>
 #include <fstream>
 #include <set>
@@ -22,11 +20,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string ReadFile(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
 std::set<std::string> Names(const fs::path& dir) {
   std::set<std::string> names;
   for (const auto& e : fs::directory_iterator(dir)) names.insert(e.path().filename().string());
@@ -42,14 +35,9 @@ std::vector<FolderItem> ItemsOf(StoreReader& reader, const RecoveryState& state,
   return items;
 }
 
-class SaveWalk : public ::testing::Test {
+class SaveWalk : public test::ScratchDir {
  protected:
-  void SetUp() override {
-    dir_ = fs::path(::testing::TempDir()) / ("save-" + std::to_string(::getpid()));
-    fs::remove_all(dir_);
-    fs::create_directories(dir_ / "out");
-  }
-  void TearDown() override { fs::remove_all(dir_); }
+  void SetUp() override { fs::create_directories(dir_ / "out"); }
 
   // Recovers a copy of the bundled sample into `tree`, everything checked.
   // `folder` keeps copies of one name apart: each reader locks its file.
@@ -94,7 +82,7 @@ class SaveWalk : public ::testing::Test {
     return pipeline.SaveStore(Options(kind));
   }
 
-  fs::path dir_;
+  const fs::path& dir_ = Dir();
 };
 
 TEST_F(SaveWalk, EmlAndMboxFilesPerFolderUnderTheStoresOwnFolder) {
@@ -121,7 +109,7 @@ TEST_F(SaveWalk, EmlAndMboxFilesPerFolderUnderTheStoresOwnFolder) {
   // MBOX: one file per folder inside its folder, even an empty one.
   const SaveEnd mbox = Save(reader, state, tree, root, profile, kOutputMbox);
   ASSERT_FALSE(mbox.failed) << mbox.message;
-  const std::string text = ReadFile(fs::path(mbox.destination) / "Inbox/sub2/sub2.MBOX");
+  const std::string text = test::ReadFile(fs::path(mbox.destination) / "Inbox/sub2/sub2.MBOX");
   std::size_t messages = 0;
   for (std::size_t at = text.find(MboxWriter::kSeparator); at != std::string::npos;
        at = text.find(MboxWriter::kSeparator, at + 1))
@@ -269,9 +257,9 @@ TEST_F(SaveWalk, ChosenItemsNumberedPerFolderInTheOrderChosen) {
   // Folders in first-seen order, items in the order chosen inside each.
   EXPECT_EQ(order, (std::vector<std::uint64_t>{sub1[1].nodeId, sub1[0].nodeId, inbox[0].nodeId, inbox[1].nodeId}));
   auto subjectOf = [](const FolderItem& i) { return "Subject: " + std::to_string(i.nodeId) + "\r\n"; };
-  EXPECT_TRUE(ReadFile(dir_ / "out/Inbox/sub1/1.eml").starts_with(subjectOf(sub1[1])));
-  EXPECT_TRUE(ReadFile(dir_ / "out/Inbox/sub1/2.eml").starts_with(subjectOf(sub1[0])));
-  EXPECT_TRUE(ReadFile(dir_ / "out/Inbox/2.eml").starts_with(subjectOf(inbox[1])));
+  EXPECT_TRUE(test::ReadFile(dir_ / "out/Inbox/sub1/1.eml").starts_with(subjectOf(sub1[1])));
+  EXPECT_TRUE(test::ReadFile(dir_ / "out/Inbox/sub1/2.eml").starts_with(subjectOf(sub1[0])));
+  EXPECT_TRUE(test::ReadFile(dir_ / "out/Inbox/2.eml").starts_with(subjectOf(inbox[1])));
   EXPECT_EQ(pipeline.Run().saveAsCode, 3u);
   EXPECT_EQ(pipeline.Run().totalInFolder, 0u) << "both go back at the end";
 }

@@ -5,6 +5,7 @@
 
 #include "store/block_codec.h"
 #include "store/store_reader.h"
+#include "tests/support/heap_builder.h"
 #include "tests/support/store_builder.h"
 #include "tests/support/test_data.h"
 
@@ -13,6 +14,7 @@ namespace {
 
 using Buf = std::vector<std::uint8_t>;
 using test::BlockStore;
+using test::Cat;
 using test::Form;
 using test::IndexBlock;
 using test::SubnodeBlock;
@@ -29,12 +31,6 @@ Buf Heap(std::size_t size, std::uint8_t fill) {
 Buf Encoded(Buf data, std::uint64_t key, int method) {
   DecodeBlock(data.data(), data.size(), key, false, method);
   return data;
-}
-
-Buf Join(std::initializer_list<Buf> parts) {
-  Buf out;
-  for (const Buf& p : parts) out.insert(out.end(), p.begin(), p.end());
-  return out;
 }
 
 Buf Tree(StoreReader& r, std::uint64_t id, std::size_t limit = SIZE_MAX) {
@@ -153,8 +149,8 @@ TEST(ReadDataTree, ConcatenatesChildrenInOrderAtBothLevels) {
     s.Add(0x106, IndexBlock(wide, 1, {0x48}));
     s.Add(0x10A, IndexBlock(wide, 2, {0x102, 0x106}));
     auto r = s.Open();
-    EXPECT_EQ(Tree(*r, 0x102), Join({Buf(300, 'a'), Buf(200, 'b')}));
-    EXPECT_EQ(Tree(*r, 0x10A), Join({Buf(300, 'a'), Buf(200, 'b'), Buf(100, 'c')}));
+    EXPECT_EQ(Tree(*r, 0x102), Cat({Buf(300, 'a'), Buf(200, 'b')}));
+    EXPECT_EQ(Tree(*r, 0x10A), Cat({Buf(300, 'a'), Buf(200, 'b'), Buf(100, 'c')}));
     EXPECT_EQ(Tree(*r, 0x48), Buf(100, 'c')) << "a plain block is its own tree";
   }
 }
@@ -175,8 +171,8 @@ TEST(ReadDataTree, HostileTreesEnd) {
   EXPECT_EQ(Tree(*r, 0x102).size(), 1000u * 0x1000) << "the inner tree is read once";
   EXPECT_EQ(Tree(*r, 0x10A).size(), 1000u * 0x1000) << "a repeated index block is expanded once";
   EXPECT_EQ(Tree(*r, 0x106, 5000).size(), 5000u) << "the sink's limit holds";
-  EXPECT_EQ(Tree(*r, 0x10E), Join({Buf(10, 'a'), Buf(10, 'b')}));
-  EXPECT_EQ(Tree(*r, 0x112), Join({Buf(10, 'a'), index})) << "a compressed index block is followed by its own bytes";
+  EXPECT_EQ(Tree(*r, 0x10E), Cat({Buf(10, 'a'), Buf(10, 'b')}));
+  EXPECT_EQ(Tree(*r, 0x112), Cat({Buf(10, 'a'), index})) << "a compressed index block is followed by its own bytes";
 }
 
 TEST(Subnodes, LeafAndIntermediateRowsInBothForms) {
@@ -234,7 +230,7 @@ TEST(Subnodes, ReadIntoTakesTheFirstMatchingRow) {
   std::uint64_t child = 0;
   EXPECT_EQ(read(0x692, child), Buf(20, 'p'));
   EXPECT_EQ(child, 0x92u);
-  EXPECT_EQ(read(0x671, child), Join({Buf(20, 'q'), Buf(5, 'r')}));
+  EXPECT_EQ(read(0x671, child), Cat({Buf(20, 'q'), Buf(5, 'r')}));
   child = 77;
   EXPECT_TRUE(read(0x999, child).empty());
   EXPECT_EQ(child, 77u);

@@ -1,6 +1,6 @@
 // The recovery on every healthy sample store, against pffexport run as a black
 // box: its folder tree (tests/data/oracle/folder_counts.tsv) and its recovery
-// pass (recovered_items.tsv, made by make_recovered_items.sh).
+// pass (recovered_items.tsv, made by make_oracle.py recovered_items).
 #include <cstdio>
 #include <map>
 #include <set>

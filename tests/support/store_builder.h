@@ -1,5 +1,4 @@
-// Builds small synthetic stores in memory, page by page, for the reader's tests
-// and the fuzzer's seeds.
+// Builds small synthetic stores in memory, page by page, for the reader's tests.
 #pragma once
 
 #include <cstdint>

@@ -23,7 +23,7 @@ class UtcZone : public ::testing::Environment {
 };
 const auto* const kUtcZone = ::testing::AddGlobalTestEnvironment(new UtcZone);
 
-// The field escapes of tests/data/oracle/oracle_text.py.
+// The field escapes of tests/data/oracle/make_oracle.py.
 std::string Unescape(const std::string& s) {
   std::string out;
   for (std::size_t i = 0; i < s.size(); ++i) {
