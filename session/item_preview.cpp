@@ -3,9 +3,8 @@
 #include <stdlib.h>
 
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 
+#include "mail/file_bytes.h"
 #include "session/source.h"
 #include "store/temp_file.h"
 #include "text/code_page.h"
@@ -36,9 +35,9 @@ class ScratchFolder {
 };
 
 std::string ReadFile(const std::string& path) {
-  if (path.empty()) return {};
-  std::ifstream in(path, std::ios::binary);
-  return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  std::string bytes;
+  if (!path.empty()) ReadWholeFile(path, &bytes);
+  return bytes;
 }
 
 // The plain body file as UTF-8: it holds UTF-16 or 8-bit text in the item's code page.

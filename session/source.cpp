@@ -70,11 +70,14 @@ long Source::FindFolder(const std::string& path) const {
 std::vector<bool> Source::CheckOnly(const std::vector<std::string>& paths) {
   std::vector<bool> found(paths.size(), false);
   tree_.SetCheckedBelow(root_, false);
+  const std::vector<FolderPath> folders = Folders();
   for (std::size_t k = 0; k < paths.size(); ++k) {
-    const long row = FindFolder(paths[k]);
-    if (row < 0) continue;
-    found[k] = true;
-    tree_.SetCheckedBelow(Folder(row).treeItem, true);
+    for (const FolderPath& f : folders) {
+      if (f.path != paths[k]) continue;
+      found[k] = true;
+      tree_.SetCheckedBelow(Folder(f.row).treeItem, true);
+      break;
+    }
   }
   return found;
 }

@@ -1,6 +1,6 @@
 #include "session/store_overview.h"
 
-#include "content/property_values.h"
+#include "store/recovery.h"
 
 namespace marrow {
 
@@ -15,9 +15,8 @@ bool InspectStore(const std::string& storePath, StoreSummary& summary, std::stri
 }
 
 FolderLabel LabelOf(const FolderSummary& folder) {
-  FolderLabel label{GetString(folder.properties, 0x3001, false), GetString(folder.properties, 0x3613, false),
-                    GetU32(folder.properties, 0x3602)};
-  if (label.containerClass.empty()) label.containerClass = "IPF.NOTE";
+  FolderLabel label;
+  ReadFolderText(folder.properties, label.name, label.containerClass, label.itemCount);
   return label;
 }
 

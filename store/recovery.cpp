@@ -20,15 +20,14 @@ constexpr const char* kDefaultClass = "IPF.NOTE";
 // More distinct parents than this are looked up in the disk list itself.
 constexpr std::size_t kMaxParentsInMemory = std::size_t{1} << 22;
 
-// Name, class and count of one folder property list.
+}  // namespace
+
 void ReadFolderText(const PropertyBag& bag, std::string& name, std::string& containerClass, std::uint32_t& itemCount) {
   name = GetString(bag, kDisplayName, false);
   containerClass = GetString(bag, kContainerClass, false);
   if (containerClass.empty()) containerClass = kDefaultClass;
   itemCount = GetU32(bag, kContentCount);
 }
-
-}  // namespace
 
 int IconForClass(const std::string& containerClass) {
   static const struct {

@@ -18,6 +18,9 @@ namespace marrow {
 
 // Image index of a folder class in the tree's image list.
 int IconForClass(const std::string& containerClass);
+// Name (0x3001), container class (0x3613, "IPF.NOTE" when absent) and item
+// count (0x3602) of a folder's property list.
+void ReadFolderText(const PropertyBag& bag, std::string& name, std::string& containerClass, std::uint32_t& itemCount);
 
 // Indexes of the rows of `folders` that are roots: parent 0, or a parent no
 // row has. In row order.
